@@ -1,0 +1,13 @@
+#pragma once
+// Maps a class name to a name DDS accepts as a topic name: every "::" becomes "_", and any other character
+// outside [A-Za-z0-9_] becomes "_". Both sides of a contract use this one mapping.
+#include <string>
+
+namespace kelva::access {
+
+class TopicStrategyMapChars {
+public:
+    std::string get(const std::string& className) const;
+};
+
+}  // namespace kelva::access

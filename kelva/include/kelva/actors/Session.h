@@ -1,0 +1,57 @@
+#pragma once
+// Shared handles of a session implementation. A Session takes part with senders and observers; a
+// MonitorSession is the same machinery meant for read-only monitoring.
+#include <memory>
+
+#include "kelva/actors/SessionImpl.h"
+
+namespace kelva::actors {
+
+class Session {
+public:
+    // A new session (participant) on `domainId`, configured from the environment (KELVA_CONFIG).
+    explicit Session(int domainId);
+    Session(int domainId, const config::Config& config);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    int domainId() const { return m_impl->domainId(); }
+
+private:
+    friend class SessionImpl;
+    std::shared_ptr<SessionImpl> m_impl;
+};
+
+class MonitorSession {
+public:
+    explicit MonitorSession(int domainId);
+    MonitorSession(int domainId, const config::Config& config);
+    ~MonitorSession();
+    MonitorSession(const MonitorSession&) = delete;
+    MonitorSession& operator=(const MonitorSession&) = delete;
+
+    int domainId() const { return m_impl->domainId(); }
+
+private:
+    friend class SessionImpl;
+    std::shared_ptr<SessionImpl> m_impl;
+};
+
+// Process-wide sessions by domain, created on first request and shared afterwards.
+class SessionFactory {
+public:
+    static SessionFactory& instance();
+
+    std::shared_ptr<Session> getSession(int domainId);
+    std::shared_ptr<MonitorSession> getMonitorSession(int domainId);
+    // Drops the factory's references (sessions end when their last user lets go).
+    void reset();
+
+private:
+    std::mutex m_mutex;
+    std::map<int, std::shared_ptr<Session>> m_sessions;
+    std::map<int, std::shared_ptr<MonitorSession>> m_monitors;
+};
+
+}  // namespace kelva::actors

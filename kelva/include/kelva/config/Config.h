@@ -1,0 +1,62 @@
+#pragma once
+// The toolkit's configuration: logging, topic naming, the first-write wait, plug-ins and the quality of
+// service per topic-name pattern. Read from the TOML file named by the environment variable KELVA_CONFIG;
+// without it, the documented defaults below apply. A malformed or unknown setting throws ConfigError naming
+// the file, the line and the setting; nothing is applied from a file with an error in it.
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "kelva/utils/Log.h"
+
+namespace kelva::config {
+
+class ConfigError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+enum class Durability { Volatile, TransientLocal };
+enum class Reliability { Reliable, BestEffort };
+
+// Quality of service of the topics whose mapped name matches `match` (a glob: '*' and '?').
+struct QosRule {
+    std::string match;
+    Reliability reliability = Reliability::Reliable;
+    Durability durability = Durability::Volatile;
+    int historyDepth = 0;  // 0: keep all; N > 0: keep last N per instance
+    int maxBlockingTimeMs = 1000;
+};
+
+struct Plugin {
+    std::string name;
+    std::string path;
+};
+
+struct Config {
+    utils::log::Level logLevel = utils::log::Level::warn;
+    std::string logSink = "stderr";
+    std::string topicPrefix = "VendorData::";      // removed from a class name before it is mapped
+    int firstWriteTimeoutMs = 2000;                // the bounded wait of an operation's first write
+    bool checkMostDerivedClassType = false;
+    bool publishActorInfo = true;
+    std::vector<Plugin> plugins;
+    // Tried first to last; the first rule whose pattern matches a topic name wins. The defaults: state
+    // reports reach late joiners, everything else is volatile; all reliable.
+    std::vector<QosRule> qos = defaultQos();
+
+    static std::vector<QosRule> defaultQos();
+
+    // The rule for a topic name (the last default when no rule matches).
+    const QosRule& qosFor(const std::string& topicName) const;
+
+    // Parses a configuration file. Throws ConfigError "<file>:<line>: <setting>: <what is wrong>".
+    static Config fromFile(const std::string& path);
+    // The configuration of this process: KELVA_CONFIG's file if set, else the defaults.
+    static Config fromEnvironment();
+};
+
+// Glob match with '*' (any run) and '?' (one character).
+bool globMatch(const std::string& pattern, const std::string& text);
+
+}  // namespace kelva::config

@@ -1,0 +1,65 @@
+#include "kelva/access/TopicPoolRead.h"
+#include "kelva/access/TopicPoolWrite.h"
+
+namespace kelva::access {
+
+TopicPoolWrite::TopicPoolWrite(dds_entity_t participant, const QosPatterns& qos, std::string prefix,
+                               std::string moduleName)
+    : TopicPool(participant, qos, std::move(prefix), std::move(moduleName)) {
+    m_publisher = dds_create_publisher(participant, qos.forTopic("").qosPub(), nullptr);
+    if (m_publisher < 0) throw std::runtime_error(std::string("dds_create_publisher: ") + dds_strretcode(m_publisher));
+}
+
+TopicPoolWrite::~TopicPoolWrite() {
+    stop();
+    dds_delete(m_publisher);
+}
+
+bool TopicPoolWrite::anyConnected() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& [name, writer] : m_writers)
+        if (writer->connectState().isConnected()) return true;
+    return false;
+}
+
+bool TopicPoolWrite::hasWriters() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_writers.empty();
+}
+
+void TopicPoolWrite::stop() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_stopped = true;
+    m_byType.clear();
+    m_writers.clear();
+}
+
+TopicPoolRead::TopicPoolRead(dds_entity_t participant, const QosPatterns& qos, std::string prefix,
+                             std::string moduleName, Dispatcher& dispatcher)
+    : TopicPool(participant, qos, std::move(prefix), std::move(moduleName)), m_dispatcher(dispatcher) {
+    m_subscriber = dds_create_subscriber(participant, qos.forTopic("").qosSub(), nullptr);
+    if (m_subscriber < 0) throw std::runtime_error(std::string("dds_create_subscriber: ") + dds_strretcode(m_subscriber));
+}
+
+TopicPoolRead::~TopicPoolRead() {
+    stop();
+    dds_delete(m_subscriber);
+}
+
+bool TopicPoolRead::hasReaders() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_readers.empty();
+}
+
+void TopicPoolRead::stop() {
+    std::vector<std::unique_ptr<IReader>> readers;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stopped = true;
+        readers.swap(m_readers);
+    }
+    // Outside the pool lock: stopping waits for a running handler, which may itself use this pool.
+    for (auto& reader : readers) reader->stop();
+}
+
+}  // namespace kelva::access

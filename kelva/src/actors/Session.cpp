@@ -1,0 +1,53 @@
+#include "kelva/actors/Session.h"
+
+namespace kelva::actors {
+namespace {
+
+// The process's configuration, read once; its logging settings take effect with the first session.
+const config::Config& processConfig() {
+    static const config::Config config = [] {
+        config::Config c = config::Config::fromEnvironment();
+        utils::log::Logger::setLevel(c.logLevel);
+        utils::log::Logger::setSink(c.logSink);
+        return c;
+    }();
+    return config;
+}
+
+}  // namespace
+
+Session::Session(int domainId) : Session(domainId, processConfig()) {}
+Session::Session(int domainId, const config::Config& config) : m_impl(SessionImpl::create(domainId, config, false)) {}
+Session::~Session() { m_impl->shutdown(); }
+
+MonitorSession::MonitorSession(int domainId) : MonitorSession(domainId, processConfig()) {}
+MonitorSession::MonitorSession(int domainId, const config::Config& config)
+    : m_impl(SessionImpl::create(domainId, config, true)) {}
+MonitorSession::~MonitorSession() { m_impl->shutdown(); }
+
+SessionFactory& SessionFactory::instance() {
+    static SessionFactory factory;
+    return factory;
+}
+
+std::shared_ptr<Session> SessionFactory::getSession(int domainId) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto& slot = m_sessions[domainId];
+    if (!slot) slot = std::make_shared<Session>(domainId);
+    return slot;
+}
+
+std::shared_ptr<MonitorSession> SessionFactory::getMonitorSession(int domainId) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto& slot = m_monitors[domainId];
+    if (!slot) slot = std::make_shared<MonitorSession>(domainId);
+    return slot;
+}
+
+void SessionFactory::reset() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_sessions.clear();
+    m_monitors.clear();
+}
+
+}  // namespace kelva::actors

@@ -1,0 +1,168 @@
+#include "kelva/actors/SessionImpl.h"
+
+#include <algorithm>
+#include <atomic>
+#include <stdexcept>
+
+#include "kelva/actors/Session.h"
+#include "kelva/utils/System.h"
+#include "kelva_intern.h"
+
+namespace kelva::actors {
+namespace {
+
+std::string makeSessionId(int domainId) {
+    static std::atomic<unsigned> counter{0};
+    return utils::system::hostName() + ":" + std::to_string(utils::system::processId()) + ":" +
+           std::to_string(domainId) + ":" + std::to_string(counter++);
+}
+
+dds_qos_t* infoQos() {
+    dds_qos_t* qos = dds_create_qos();
+    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
+    dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
+    dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+    return qos;
+}
+
+// Writes one sample of a toolkit wire type on a topic of its own; failures are logged, not thrown.
+template <class T>
+void publishOnce(dds_entity_t publisher, const dds_topic_descriptor_t* descriptor, const char* topicName,
+                 const T& sample) {
+    dds_qos_t* qos = infoQos();
+    const dds_entity_t participant = dds_get_participant(publisher);
+    const dds_entity_t topic = dds_create_topic(participant, descriptor, topicName, qos, nullptr);
+    if (topic >= 0) {
+        const dds_entity_t writer = dds_create_writer(publisher, topic, qos, nullptr);
+        if (writer >= 0) dds_write(writer, &sample);
+        else utils::log::error() << "SessionImpl: cannot create writer of " << topicName << ": " << dds_strretcode(writer);
+    } else {
+        utils::log::error() << "SessionImpl: cannot create topic " << topicName << ": " << dds_strretcode(topic);
+    }
+    dds_delete_qos(qos);
+}
+
+}  // namespace
+
+std::shared_ptr<SessionImpl> SessionImpl::create(int domainId, const config::Config& config, bool isMonitor) {
+    return std::shared_ptr<SessionImpl>(new SessionImpl(domainId, config, isMonitor));
+}
+
+SessionImpl::SessionImpl(int domainId, const config::Config& config, bool isMonitor)
+    : m_domainId(domainId), m_isMonitor(isMonitor), m_config(config), m_sessionId(makeSessionId(domainId)) {
+    for (const auto& plugin : m_config.plugins) m_plugins.load(plugin.name, plugin.path);
+    m_participant = dds_create_participant(static_cast<dds_domainid_t>(domainId), nullptr, nullptr);
+    if (m_participant < 0)
+        throw std::runtime_error("cannot create DDS participant on domain " + std::to_string(domainId) + ": " +
+                                 dds_strretcode(m_participant));
+    try {
+        m_qos = std::make_unique<access::QosPatterns>(m_config);
+        m_dispatcher = std::make_unique<access::Dispatcher>(m_participant);
+        if (m_config.publishActorInfo) publishSelf();
+    } catch (...) {
+        m_dispatcher.reset();
+        dds_delete(m_participant);
+        throw;
+    }
+}
+
+SessionImpl::~SessionImpl() {
+    shutdown();
+    m_dispatcher.reset();
+    dds_delete(m_participant);
+}
+
+void SessionImpl::publishSelf() {
+    m_infoPublisher = dds_create_publisher(m_participant, nullptr, nullptr);
+    const std::string host = utils::system::hostName();
+    kelva_intern_Process process{};
+    process.HostName = const_cast<char*>(host.c_str());
+    process.ProcessId = utils::system::processId();
+    process.ProgramName = const_cast<char*>("");
+    publishOnce(m_infoPublisher, &kelva_intern_Process_desc, "kelva_intern_Process", process);
+
+    kelva_intern_Session session{};
+    session.SessionId = const_cast<char*>(m_sessionId.c_str());
+    session.HostName = const_cast<char*>(host.c_str());
+    session.ProcessId = process.ProcessId;
+    session.DomainId = m_domainId;
+    session.IsMonitor = m_isMonitor;
+    publishOnce(m_infoPublisher, &kelva_intern_Session_desc, "kelva_intern_Session", session);
+
+    dds_qos_t* qos = infoQos();
+    const dds_entity_t topic = dds_create_topic(m_participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
+    if (topic >= 0) m_actorInfoWriter = dds_create_writer(m_infoPublisher, topic, qos, nullptr);
+    dds_delete_qos(qos);
+}
+
+void SessionImpl::publishActorInfo(const ActorInfo& info) {
+    if (m_actorInfoWriter <= 0) return;
+    std::vector<char*> read, write;
+    for (const auto& m : info.methodsRead) read.push_back(const_cast<char*>(m.c_str()));
+    for (const auto& m : info.methodsWrite) write.push_back(const_cast<char*>(m.c_str()));
+    kelva_intern_ActorInfo sample{};
+    sample.ActorId = const_cast<char*>(info.actorId.c_str());
+    sample.SessionId = const_cast<char*>(info.sessionId.c_str());
+    sample.Name = const_cast<char*>(info.name.c_str());
+    sample.ModuleName = const_cast<char*>(info.moduleName.c_str());
+    sample.MethodsRead._buffer = read.data();
+    sample.MethodsRead._length = sample.MethodsRead._maximum = static_cast<uint32_t>(read.size());
+    sample.MethodsWrite._buffer = write.data();
+    sample.MethodsWrite._length = sample.MethodsWrite._maximum = static_cast<uint32_t>(write.size());
+    const dds_return_t rc = dds_write(m_actorInfoWriter, &sample);
+    if (rc != DDS_RETCODE_OK) utils::log::error() << "SessionImpl::publishActorInfo: " << dds_strretcode(rc);
+}
+
+std::shared_ptr<SessionImpl> SessionImpl::getSessionImpl(Session& session) { return session.m_impl; }
+std::shared_ptr<SessionImpl> SessionImpl::getSessionImpl(MonitorSession& session) { return session.m_impl; }
+
+std::shared_ptr<SimpleActor> SessionImpl::createActor(const std::string& name, bool, const std::string& moduleName) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto key = std::make_pair(name, moduleName);
+    if (auto it = m_byName.find(key); it != m_byName.end()) {
+        if (auto existing = it->second.lock(); existing && existing->isValid()) return existing;
+    }
+    const std::string actorId = m_sessionId + ":" + std::to_string(m_nextActor++);
+    auto actor = std::make_shared<SimpleActor>(shared_from_this(), actorId, name, moduleName);
+    m_actors.push_back(actor);
+    m_byName[key] = actor;
+    return actor;
+}
+
+std::shared_ptr<MultiplexActor> SessionImpl::createActorMultiplex(bool, const std::string& moduleName,
+                                                                  MultiplexActor::Factory factory) {
+    auto actor = std::make_shared<MultiplexActor>(shared_from_this(), moduleName, std::move(factory));
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_actors.push_back(actor);
+    }
+    actor->addActor(moduleName + "#monitor" + std::to_string(m_nextActor));
+    return actor;
+}
+
+void SessionImpl::releaseActor(const IActor* actor) {
+    std::shared_ptr<IActor> released;  // dropped after the lock: its destructor may take time
+    std::lock_guard<std::mutex> lock(m_mutex);
+    auto it = std::find_if(m_actors.begin(), m_actors.end(), [actor](const auto& a) { return a.get() == actor; });
+    if (it == m_actors.end()) return;
+    released = std::move(*it);
+    m_actors.erase(it);
+}
+
+std::size_t SessionImpl::actorCount() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_actors.size();
+}
+
+void SessionImpl::shutdown() {
+    if (m_dispatcher) m_dispatcher->stop();
+    std::vector<std::shared_ptr<IActor>> actors;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        actors.swap(m_actors);
+        m_byName.clear();
+    }
+    for (auto& actor : actors) actor->shutdown();
+}
+
+}  // namespace kelva::actors

@@ -1,0 +1,191 @@
+#include "kelva/config/Config.h"
+
+#include <toml.hpp>
+
+#include <cstdlib>
+#include <set>
+
+namespace kelva::config {
+namespace {
+
+// Everything a check needs to name the place of a fault.
+struct Where {
+    std::string file;
+
+    [[noreturn]] void fail(const toml::value& at, const std::string& setting, const std::string& what) const {
+        throw ConfigError(file + ":" + std::to_string(at.location().line()) + ": " + setting + ": " + what);
+    }
+
+    const toml::table& table(const toml::value& v, const std::string& setting) const {
+        if (!v.is_table()) fail(v, setting, "expected a table");
+        return v.as_table();
+    }
+
+    void onlyKeys(const toml::value& v, const std::string& section, const std::set<std::string>& known) const {
+        for (const auto& [key, value] : table(v, section)) {
+            if (!known.count(key)) fail(value, section.empty() ? key : section + "." + key, "unknown setting");
+        }
+    }
+
+    std::string str(const toml::value& v, const std::string& setting) const {
+        if (!v.is_string()) fail(v, setting, "expected a string");
+        return v.as_string().str;
+    }
+
+    int integer(const toml::value& v, const std::string& setting, long long lo, long long hi) const {
+        if (!v.is_integer()) fail(v, setting, "expected an integer");
+        const auto n = v.as_integer();
+        if (n < lo || n > hi)
+            fail(v, setting, "must be between " + std::to_string(lo) + " and " + std::to_string(hi));
+        return static_cast<int>(n);
+    }
+
+    bool boolean(const toml::value& v, const std::string& setting) const {
+        if (!v.is_boolean()) fail(v, setting, "expected true or false");
+        return v.as_boolean();
+    }
+};
+
+void readLog(const Where& w, const toml::value& section, Config& c) {
+    w.onlyKeys(section, "log", {"level", "sink"});
+    for (const auto& [key, v] : section.as_table()) {
+        if (key == "level") {
+            if (!utils::log::parseLevel(w.str(v, "log.level"), c.logLevel))
+                w.fail(v, "log.level", "expected trace, debug, info, warn, error, fatal or off");
+        } else {
+            c.logSink = w.str(v, "log.sink");
+            if (c.logSink != "stderr" && c.logSink != "stdout" && (c.logSink.rfind("file:", 0) != 0 || c.logSink.size() <= 5))
+                w.fail(v, "log.sink", "expected stderr, stdout or file:<path>");
+        }
+    }
+}
+
+void readQosRule(const Where& w, const toml::value& v, QosRule& rule) {
+    w.onlyKeys(v, "qos", {"match", "reliability", "durability", "history", "max_blocking_time_ms"});
+    const auto& t = v.as_table();
+    if (!t.count("match")) w.fail(v, "qos.match", "missing");
+    for (const auto& [key, x] : t) {
+        if (key == "match") {
+            rule.match = w.str(x, "qos.match");
+            if (rule.match.empty()) w.fail(x, "qos.match", "must not be empty");
+        } else if (key == "reliability") {
+            const auto s = w.str(x, "qos.reliability");
+            if (s == "reliable") rule.reliability = Reliability::Reliable;
+            else if (s == "best_effort") rule.reliability = Reliability::BestEffort;
+            else w.fail(x, "qos.reliability", "expected reliable or best_effort");
+        } else if (key == "durability") {
+            const auto s = w.str(x, "qos.durability");
+            if (s == "volatile") rule.durability = Durability::Volatile;
+            else if (s == "transient_local") rule.durability = Durability::TransientLocal;
+            else w.fail(x, "qos.durability", "expected volatile or transient_local");
+        } else if (key == "history") {
+            if (x.is_string() && x.as_string().str == "all") rule.historyDepth = 0;
+            else if (x.is_integer()) rule.historyDepth = w.integer(x, "qos.history", 1, 1000000);
+            else w.fail(x, "qos.history", "expected \"all\" or a depth of at least 1");
+        } else {
+            rule.maxBlockingTimeMs = w.integer(x, "qos.max_blocking_time_ms", 0, 3600000);
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<QosRule> Config::defaultQos() {
+    QosRule state;
+    state.match = "*_IClient_Report*";
+    state.durability = Durability::TransientLocal;
+    state.historyDepth = 1;
+    QosRule rest;
+    rest.match = "*";
+    return {state, rest};
+}
+
+const QosRule& Config::qosFor(const std::string& topicName) const {
+    for (const auto& rule : qos)
+        if (globMatch(rule.match, topicName)) return rule;
+    static const QosRule fallback = defaultQos().back();
+    return fallback;
+}
+
+Config Config::fromFile(const std::string& path) {
+    toml::value root;
+    try {
+        root = toml::parse(path);
+    } catch (const toml::syntax_error& e) {
+        throw ConfigError(path + ": " + e.what());
+    } catch (const std::exception& e) {
+        throw ConfigError(path + ": " + e.what());
+    }
+    const Where w{path};
+    Config c;
+    w.onlyKeys(root, "", {"log", "topics", "session", "plugins", "qos"});
+    for (const auto& [key, section] : root.as_table()) {
+        if (key == "log") {
+            w.table(section, "log");
+            readLog(w, section, c);
+        } else if (key == "topics") {
+            w.onlyKeys(section, "topics", {"prefix"});
+            for (const auto& [k, v] : section.as_table()) {
+                (void)k;
+                c.topicPrefix = w.str(v, "topics.prefix");
+            }
+        } else if (key == "session") {
+            w.onlyKeys(section, "session",
+                       {"first_write_timeout_ms", "check_most_derived_class_type", "publish_actor_info"});
+            for (const auto& [k, v] : section.as_table()) {
+                if (k == "first_write_timeout_ms") c.firstWriteTimeoutMs = w.integer(v, "session." + k, 0, 600000);
+                else if (k == "check_most_derived_class_type") c.checkMostDerivedClassType = w.boolean(v, "session." + k);
+                else c.publishActorInfo = w.boolean(v, "session." + k);
+            }
+        } else if (key == "plugins") {
+            if (!section.is_array()) w.fail(section, "plugins", "expected [[plugins]] entries");
+            for (const auto& entry : section.as_array()) {
+                w.onlyKeys(entry, "plugins", {"name", "path"});
+                const auto& t = entry.as_table();
+                if (!t.count("name")) w.fail(entry, "plugins.name", "missing");
+                if (!t.count("path")) w.fail(entry, "plugins.path", "missing");
+                c.plugins.push_back({w.str(t.at("name"), "plugins.name"), w.str(t.at("path"), "plugins.path")});
+            }
+        } else {
+            if (!section.is_array()) w.fail(section, "qos", "expected [[qos]] entries");
+            std::vector<QosRule> rules;
+            for (const auto& entry : section.as_array()) {
+                QosRule rule;
+                readQosRule(w, entry, rule);
+                rules.push_back(rule);
+            }
+            // A deployment's rules come before the defaults, which still cover what they do not match.
+            rules.insert(rules.end(), c.qos.begin(), c.qos.end());
+            c.qos = std::move(rules);
+        }
+    }
+    return c;
+}
+
+Config Config::fromEnvironment() {
+    const char* path = std::getenv("KELVA_CONFIG");
+    if (!path || !*path) return Config{};
+    return fromFile(path);
+}
+
+bool globMatch(const std::string& pattern, const std::string& text) {
+    size_t p = 0, t = 0, star = std::string::npos, mark = 0;
+    while (t < text.size()) {
+        if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == text[t])) {
+            ++p;
+            ++t;
+        } else if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            mark = t;
+        } else if (star != std::string::npos) {
+            p = star + 1;
+            t = ++mark;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*') ++p;
+    return p == pattern.size();
+}
+
+}  // namespace kelva::config

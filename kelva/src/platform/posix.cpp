@@ -1,0 +1,37 @@
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include "kelva/base/Platform.h"
+#include "kelva/utils/System.h"
+
+namespace kelva::base::platform {
+
+LibraryHandle openLibrary(const std::string& path) { return ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL); }
+
+void closeLibrary(LibraryHandle handle) {
+    if (handle) ::dlclose(handle);
+}
+
+void* findSymbol(LibraryHandle handle, const std::string& name) {
+    ::dlerror();  // clear a stale error so lastLoadError() speaks of this lookup
+    return ::dlsym(handle, name.c_str());
+}
+
+std::string lastLoadError() {
+    const char* text = ::dlerror();
+    return text ? text : "unknown error";
+}
+
+}  // namespace kelva::base::platform
+
+namespace kelva::utils::system {
+
+long processId() { return static_cast<long>(::getpid()); }
+
+std::string hostName() {
+    char buffer[256] = {};
+    if (::gethostname(buffer, sizeof(buffer) - 1) != 0) return "unknown";
+    return buffer;
+}
+
+}  // namespace kelva::utils::system

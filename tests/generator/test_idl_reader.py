@@ -1,0 +1,467 @@
+"""Tests of the IDL reader: small module files in a temp dir, read into the model or rejected."""
+
+import contextlib
+import io
+import os
+import sys
+import tempfile
+import textwrap
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "generator"))
+
+from vantrel_gen.__main__ import main  # noqa: E402
+from vantrel_gen.idl_reader import IdlError, load, load_all  # noqa: E402
+from vantrel_gen.model import Enum, TypeRef  # noqa: E402
+
+ANNOTATIONS = """\
+#ifndef VANTREL_ANNOTATIONS_IDL
+#define VANTREL_ANNOTATIONS_IDL
+@annotation vantrel_dispose { };
+#endif
+"""
+
+COMMON = """\
+#ifndef VANTREL_M_COMMON_IDL
+#define VANTREL_M_COMMON_IDL
+#include "vantrel_annotations.idl"
+module VendorData {
+module M_Common {
+  module AvailabilityKind {
+    @bit_bound(32) enum Type { Undefined, Available, Not_Available };
+  };
+  typedef double AngleDegreesType;
+  typedef AngleDegreesType AzimuthType;
+  typedef string<255> BoundedStringType;
+  typedef sequence<AngleDegreesType, 1> AngleDegreesOptionalType;
+  @mutable @autoid(HASH) @nested
+  struct TimeType {
+    int64 Seconds;
+    uint32 Nanoseconds;
+  };
+};
+};
+#endif
+"""
+
+ALERT = """\
+#ifndef VANTREL_M_ALERT_IDL
+#define VANTREL_M_ALERT_IDL
+
+#include "M_Common.idl"          // shared types
+// #include "M_Camera.idl"       a commented-out include is no include
+
+/* A block comment over several lines,
+   with a declaration in it: struct Fake { long x; };
+*/
+module VendorData {
+module M_Alert {
+  const string ModuleRelease = "9.10.0 \\"q\\"";
+
+  module AlarmCategoryKind {
+    @bit_bound(32) enum Type { Critical_Warning, Warning, Caution, Advisory };
+  };
+
+  typedef string AlertIdType;
+  typedef sequence<AlertIdType> AlertIdListType;
+  typedef M_Common::AzimuthType BearingType;
+
+  @mutable @autoid(HASH) @nested
+  struct AlarmInfoType {
+    AlertIdType Id;
+    AlarmCategoryKind::Type Category;
+    M_Common::AvailabilityKind::Type Availability;
+    ::VendorData::M_Common::TimeType Raised;
+    uint32 _BitMask;
+    BearingType Bearing;
+    M_Common::BoundedStringType Text;
+    sequence<octet> Payload;
+    M_Common::AngleDegreesOptionalType Elevation;
+    sequence<string<8>, 4> Tags;
+    boolean Active;
+    uint16 Count16;
+    int16 Delta16;
+    int32 Delta32;
+    uint64 Size64;
+    float Ratio;
+  };
+  typedef sequence<AlarmInfoType, 1> AlarmInfoOptionalType;
+
+  module IService {
+    @mutable @autoid(HASH)
+    struct CmdRaiseAlarm {
+      string kelva_sending_actor;
+      AlarmInfoType Condition;
+    };
+    @autoid(HASH) @mutable
+    struct CmdClearAlarm {
+      string kelva_sending_actor;
+      @key AlertIdType KeyAlarmId;
+    };
+  };
+  module IClient {
+    @mutable @autoid(HASH) @vantrel_dispose
+    struct ReportAlertStatus {
+      @key string kelva_sending_actor;
+      AlarmInfoOptionalType Status;
+    };
+    @mutable @autoid(HASH) @vantrel_dispose
+    struct ReportAlarmLog {
+      @key string kelva_sending_actor;
+      @key AlertIdType KeyAlarmId;
+      AlarmInfoType Alarm;
+      boolean Default_;
+    };
+    @mutable @autoid(HASH)
+    struct EventAlarmIds {
+      string kelva_sending_actor;
+      AlertIdListType Ids;
+      uint32 _Port;
+    };
+  };
+};
+};
+
+#endif
+"""
+
+
+def write(folder, name, text):
+    path = os.path.join(folder, name)
+    with open(path, "w", encoding="utf-8") as fh:
+        fh.write(text)
+    return path
+
+
+def module_file(name, body, includes=('"M_Common.idl"',)):
+    """A guarded file of module `name` whose definitions are `body` (body starts on line 4 + len(includes))."""
+    head = [f"#ifndef G_{name}", f"#define G_{name}"] + [f"#include {i}" for i in includes]
+    return "\n".join(head + ["module VendorData {", f"module {name} {{", textwrap.dedent(body).strip("\n"),
+                             "};", "};", "#endif", ""])
+
+
+def marked_line(text):
+    """Line number (from 1) of the line carrying the marker `// <-`."""
+    return next(i for i, line in enumerate(text.splitlines(), 1) if "// <-" in line)
+
+
+class TempIdlDir(unittest.TestCase):
+    def setUp(self):
+        tmp = tempfile.TemporaryDirectory()
+        self.addCleanup(tmp.cleanup)
+        self.dir = tmp.name
+        write(self.dir, "vantrel_annotations.idl", ANNOTATIONS)
+        write(self.dir, "M_Common.idl", COMMON)
+
+    def assertIdlError(self, path, line, fragment, load_path=None):
+        with self.assertRaises(IdlError) as cm:
+            load(load_path or path)
+        text = str(cm.exception)
+        self.assertTrue(text.startswith(f"{path}:{line}: "), text)
+        self.assertIn(fragment, text)
+
+
+class RepresentativeModule(TempIdlDir):
+    def setUp(self):
+        super().setUp()
+        write(self.dir, "M_Alert.idl", ALERT)
+        write(self.dir, "notes.idl", "not read by load_all: only M_*.idl are")
+        self.mods = load_all(self.dir)
+        self.alert = self.mods["M_Alert"]
+
+    def test_module_level(self):
+        self.assertEqual(sorted(self.mods), ["M_Alert", "M_Common"])
+        a = self.alert
+        self.assertEqual((a.name, a.file), ("M_Alert", os.path.join(self.dir, "M_Alert.idl")))
+        self.assertEqual((a.includes, a.include_files), (["M_Common"], ["M_Common.idl"]))
+        self.assertEqual(a.consts, {"ModuleRelease": '9.10.0 "q"'})
+        self.assertEqual(a.enums, [Enum("M_Alert", "AlarmCategoryKind",
+                                        ["Critical_Warning", "Warning", "Caution", "Advisory"])])
+        self.assertEqual([x.name for x in a.aliases],
+                         ["AlertIdType", "AlertIdListType", "BearingType", "AlarmInfoOptionalType"])
+        self.assertEqual([s.name for s in a.structs], ["AlarmInfoType"])
+        self.assertTrue(a.has_interfaces)
+
+    def test_types_only_module(self):
+        c = self.mods["M_Common"]
+        self.assertFalse(c.has_interfaces)
+        self.assertEqual(c.interfaces, {"IService": [], "IClient": []})
+        # The annotation file declares no module: recorded as a file, not as a module.
+        self.assertEqual((c.includes, c.include_files), ([], ["vantrel_annotations.idl"]))
+        self.assertEqual(c.enums[0].literals, ["Undefined", "Available", "Not_Available"])
+
+    def test_value_type_members_in_order_with_types(self):
+        members = self.alert.structs[0].members
+        self.assertEqual(
+            [(m.name, m.type.kind, str(m.type)) for m in members],
+            [("Id", "alias", "M_Alert::AlertIdType"),
+             ("Category", "enum", "M_Alert::AlarmCategoryKind::Type"),
+             ("Availability", "enum", "M_Common::AvailabilityKind::Type"),
+             ("Raised", "struct", "M_Common::TimeType"),
+             ("BitMask", "prim", "uint32"),
+             ("Bearing", "alias", "M_Alert::BearingType"),
+             ("Text", "alias", "M_Common::BoundedStringType"),
+             ("Payload", "sequence", "sequence<octet>"),
+             ("Elevation", "alias", "M_Common::AngleDegreesOptionalType"),
+             ("Tags", "sequence", "sequence<string<8>, 4>"),
+             ("Active", "prim", "boolean"),
+             ("Count16", "prim", "uint16"),
+             ("Delta16", "prim", "int16"),
+             ("Delta32", "prim", "int32"),
+             ("Size64", "prim", "uint64"),
+             ("Ratio", "prim", "float")])
+        bitmask = members[4]
+        self.assertEqual((bitmask.name, bitmask.idl_name), ("BitMask", "_BitMask"))
+        self.assertEqual(members[0].idl_name, "Id")
+        self.assertFalse(any(m.key for m in members))
+
+    def test_names_resolve_to_the_declarations_of_the_included_module(self):
+        common, members = self.mods["M_Common"], self.alert.structs[0].members
+        # Read once: the objects referenced from M_Alert are those of the M_Common module itself.
+        self.assertIs(members[2].type.target, common.enums[0])
+        self.assertIs(members[3].type.target, common.structs[0])
+        self.assertIs(members[1].type.target, self.alert.enums[0])
+        # BearingType -> M_Common::AzimuthType -> M_Common::AngleDegreesType -> double
+        self.assertEqual(members[5].type.resolved(), TypeRef("prim", prim="double"))
+        self.assertEqual(members[6].type.resolved(), TypeRef("string", bound=255))
+        elevation = members[8].type.resolved()
+        self.assertEqual((elevation.kind, elevation.bound, str(elevation.element)),
+                         ("sequence", 1, "M_Common::AngleDegreesType"))
+        self.assertEqual(members[9].type.element, TypeRef("string", bound=8))
+        self.assertIs(members[0].type.resolved(), self.alert.aliases[0].type)
+        ids = self.alert.aliases[1].type
+        self.assertEqual((ids.bound, ids.element.target), (None, self.alert.aliases[0]))
+
+    def test_messages(self):
+        table = {iface: [(m.name, [x.name for x in m.members], [x.name for x in m.key_members],
+                          m.key_pattern, m.dispose) for m in msgs]
+                 for iface, msgs in self.alert.interfaces.items()}
+        actor = "kelva_sending_actor"
+        self.assertEqual(table, {
+            "IService": [("CmdRaiseAlarm", [actor, "Condition"], [], "none", False),
+                         ("CmdClearAlarm", [actor, "KeyAlarmId"], ["KeyAlarmId"], "key", False)],
+            "IClient": [("ReportAlertStatus", [actor, "Status"], [actor], "actor", True),
+                        ("ReportAlarmLog", [actor, "KeyAlarmId", "Alarm", "Default_"],
+                         [actor, "KeyAlarmId"], "actor+key", True),
+                        ("EventAlarmIds", [actor, "Ids", "Port"], [], "none", False)]})
+        log = self.alert.interfaces["IClient"][1]
+        self.assertEqual([p.name for p in log.params], ["KeyAlarmId", "Alarm", "Default_"])
+        self.assertEqual((log.module, log.interface), ("M_Alert", "IClient"))
+        port = self.alert.interfaces["IClient"][2].members[2]
+        self.assertEqual((port.name, port.idl_name), ("Port", "_Port"))
+
+    def test_dump(self):
+        out, err = io.StringIO(), io.StringIO()
+        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
+            rc = main(["--dump", os.path.join(self.dir, "M_Alert.idl")])
+        self.assertEqual(rc, 0, err.getvalue())
+        lines = [line.split() for line in out.getvalue().splitlines()]
+        self.assertIn(["structs", "1,", "enums", "1,", "aliases", "4,", "consts", "1"], lines)
+        self.assertIn(["IClient:", "3", "operations"], lines)
+        self.assertIn(["ReportAlarmLog", "actor+key", "dispose"], lines)
+        self.assertIn(["CmdClearAlarm", "key"], lines)
+
+        bad = write(self.dir, "M_Bad.idl", module_file("M_Bad", "typedef Nothing XType;"))
+        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
+            rc = main(["--dump", bad])
+        self.assertEqual(rc, 1)
+        self.assertEqual(err.getvalue().strip(), f"{bad}:6: unknown type 'Nothing'")
+
+
+class Includes(TempIdlDir):
+    def test_include_dirs_are_searched_after_the_including_folder(self):
+        mods = os.path.join(self.dir, "mods")
+        os.mkdir(mods)
+        # M_Alert.idl sits in mods/, its includes in the parent folder.
+        path = write(mods, "M_Alert.idl", ALERT)
+        self.assertEqual(load(path, [self.dir]).includes, ["M_Common"])
+        with self.assertRaises(IdlError) as cm:
+            load(path)
+        self.assertEqual(str(cm.exception), f"{path}:4: cannot find include file \"M_Common.idl\"")
+
+    def test_diamond_includes_read_each_file_once(self):
+        write(self.dir, "M_Left.idl", module_file("M_Left", """
+            @mutable @autoid(HASH) @nested
+            struct LeftType { M_Common::TimeType T; };"""))
+        path = write(self.dir, "M_Top.idl", module_file("M_Top", """
+            typedef sequence<M_Left::LeftType> LeftListType;
+            typedef M_Common::AngleDegreesType AngleType;""",
+            includes=('"M_Common.idl"', '"M_Left.idl"', '"M_Common.idl"')))
+        top = load(path)
+        self.assertEqual(top.includes, ["M_Common", "M_Left", "M_Common"])
+        left = top.aliases[0].type.element.target
+        self.assertIs(left.members[0].type.target.module, "M_Common")
+
+    def test_a_module_sees_only_what_it_includes(self):
+        # M_A is read first by load_all, but M_B does not include it: idlc would not see M_A there.
+        write(self.dir, "M_A.idl", module_file("M_A", "typedef string NameType;"))
+        text = module_file("M_B", "typedef M_A::NameType OtherType; // <-")
+        path = write(self.dir, "M_B.idl", text)
+        with self.assertRaises(IdlError) as cm:
+            load_all(self.dir)
+        self.assertEqual(str(cm.exception), f"{path}:{marked_line(text)}: unknown type 'M_A::NameType'")
+
+
+class Errors(TempIdlDir):
+    """Each body has its fault on the line marked `// <-`."""
+
+    MODULE_CASES = [
+        ("unknown type", "typedef NoSuchType AType; // <-", "unknown type 'NoSuchType'"),
+        ("used before declared", """
+            @mutable @autoid(HASH) @nested
+            struct AType {
+              int32 X;
+              BType Y; // <-
+            };
+            typedef string BType;""", "unknown type 'BType'"),
+        ("type of a module not included", "typedef M_Other::XType AType; // <-", "unknown type"),
+        ("duplicate alias, other case", """
+            typedef string AType;
+            typedef int32 atype; // <-""", "'atype' is already declared in VendorData::M_T"),
+        ("alias clashes with a struct", """
+            @mutable @autoid(HASH) @nested
+            struct AType { int32 X; };
+            typedef string AType; // <-""", "already declared"),
+        ("duplicate member", """
+            @mutable @autoid(HASH) @nested
+            struct AType {
+              int32 X;
+              int32 _X; // <-
+            };""", "member 'X' repeated"),
+        ("enum module used as type", "typedef M_Common::AvailabilityKind AType; // <-",
+         "write M_Common::AvailabilityKind::Type"),
+        ("value type without @nested", """
+            @mutable @autoid(HASH)
+            struct AType { // <-
+              int32 X;
+            };""", "value type 'AType' is missing @nested"),
+        ("value type without @mutable", """
+            @nested @autoid(HASH)
+            struct AType { // <-
+              int32 X;
+            };""", "missing @mutable"),
+        ("dispose on a value type", """
+            @mutable @autoid(HASH) @nested
+            @vantrel_dispose // <-
+            struct AType { int32 X; };""", "@vantrel_dispose is not allowed on a value type"),
+        ("message without kelva_sending_actor first", """
+            module IService {
+              @mutable @autoid(HASH)
+              struct CmdGo {
+                /* the actor
+                   comes second here */
+                int32 Speed; // <-
+                string kelva_sending_actor;
+              };
+            };""", "message 'CmdGo' must start with 'string kelva_sending_actor'"),
+        ("bounded kelva_sending_actor", """
+            module IService {
+              @mutable @autoid(HASH)
+              struct CmdGo {
+                string<64> kelva_sending_actor; // <-
+              };
+            };""", "must start with 'string kelva_sending_actor'"),
+        ("message with @nested", """
+            module IClient {
+              @mutable @autoid(HASH)
+              @nested // <-
+              struct ReportGo { string kelva_sending_actor; };
+            };""", "message 'ReportGo' must not be @nested"),
+        ("message without @autoid", """
+            module IClient {
+              @mutable
+              struct ReportGo { string kelva_sending_actor; }; // <-
+            };""", "message 'ReportGo' is missing @autoid(HASH)"),
+        ("sequential ids", """
+            module IClient {
+              @mutable @autoid(SEQUENTIAL) // <-
+              struct ReportGo { string kelva_sending_actor; };
+            };""", "write @autoid(HASH)"),
+        ("dispose without any key", """
+            module IClient {
+              @mutable @autoid(HASH) @vantrel_dispose
+              struct ReportGo { // <-
+                string kelva_sending_actor;
+                string KeyId;
+              };
+            };""", "message 'ReportGo' is @vantrel_dispose but has no @key member"),
+        ("empty interface module", "module IClient { }; // <-", "module 'IClient' is empty"),
+        ("enum without bit bound", """
+            module GoKind {
+              enum Type { Undefined, Go }; // <-
+            };""", "@bit_bound(32)"),
+        ("long instead of int32", "typedef long AType; // <-", "type 'long' is outside the subset"),
+        ("union", "union AType switch (int32) { case 1: int32 X; }; // <-", "'union' is outside the subset"),
+        ("unknown annotation", """
+            @mutable @autoid(HASH) @nested @final // <-
+            struct AType { int32 X; };""", "@final is outside the subset"),
+        ("unescaped keyword", """
+            @mutable @autoid(HASH) @nested
+            struct AType {
+              uint32 Port; // <-
+            };""", "'Port' collides with the IDL keyword 'port': write _Port"),
+        ("array member", """
+            @mutable @autoid(HASH) @nested
+            struct AType {
+              int32 X[3]; // <-
+            };""", "arrays are outside the subset"),
+        ("zero bound", "typedef sequence<int32, 0> AType; // <-", "positive bound"),
+        ("missing semicolon", """
+            typedef string AType
+            typedef string BType; // <-""", "expected ';', found 'typedef'"),
+        ("unterminated comment", """
+            typedef string AType;
+            /* never closed // <-
+            typedef string BType;""", "unterminated /* comment"),
+    ]
+
+    def test_module_faults(self):
+        for label, body, fragment in self.MODULE_CASES:
+            with self.subTest(label):
+                text = module_file("M_T", body)
+                path = write(self.dir, "M_T.idl", text)
+                self.assertIdlError(path, marked_line(text), fragment)
+
+    def test_file_faults(self):
+        no_guard = 'module VendorData { module M_T { typedef string AType; }; }; // <-\n'
+        pragma = "#ifndef G\n#define G\n#pragma once // <-\n#endif\n"
+        no_endif = module_file("M_T", "typedef string AType;").replace("#endif", "// <-")
+        wrong_name = module_file("M_T", "typedef string AType;").replace("module M_T", "module M_X // <-")
+        wrong_outer = module_file("M_T", "typedef string AType;").replace("VendorData", "Vendor // <-")
+        no_annotations = module_file("M_T", """
+            module IClient {
+              @mutable @autoid(HASH) @vantrel_dispose // <-
+              struct ReportGo { @key string kelva_sending_actor; };
+            };""", includes=())
+        cases = [
+            (no_guard, "include guard"),
+            (pragma, "#pragma is outside the subset"),
+            (no_endif, "missing #endif"),
+            (wrong_name, "the file of module M_X is M_X.idl"),
+            (wrong_outer, "the outer module must be VendorData"),
+            (no_annotations, "@vantrel_dispose is not declared"),
+        ]
+        for text, fragment in cases:
+            with self.subTest(fragment):
+                path = write(self.dir, "M_T.idl", text)
+                self.assertIdlError(path, marked_line(text), fragment)
+
+    def test_fault_in_an_included_file_names_that_file(self):
+        bad_text = module_file("M_Bad", """
+            typedef string AType;
+            typedef AType AType; // <-""")
+        bad = write(self.dir, "M_Bad.idl", bad_text)
+        top = write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;",
+                                                      includes=('"M_Bad.idl"',)))
+        self.assertIdlError(bad, marked_line(bad_text), "'AType' is already declared", load_path=top)
+
+    def test_include_cycle(self):
+        write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;", includes=('"M_U.idl"',)))
+        u_text = module_file("M_U", "typedef string BType;", includes=('"M_T.idl" // <-',))
+        u = write(self.dir, "M_U.idl", u_text)
+        self.assertIdlError(u, marked_line(u_text), "include cycle",
+                            load_path=os.path.join(self.dir, "M_T.idl"))
+
+
+if __name__ == "__main__":
+    unittest.main()
