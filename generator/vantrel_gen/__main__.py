@@ -7,7 +7,8 @@ import sys
 from .idl_reader import IdlError, load, load_all
 
 
-def dump(mod, out=sys.stdout):
+def dump(mod, out=None):
+    out = out or sys.stdout
     print(f"{mod.name} ({mod.file})", file=out)
     print(f"  includes: {', '.join(mod.includes) or '-'}", file=out)
     print(f"  structs {len(mod.structs)}, enums {len(mod.enums)}, aliases {len(mod.aliases)}, "
@@ -18,17 +19,47 @@ def dump(mod, out=sys.stdout):
     for iface, messages in mod.interfaces.items():
         print(f"  {iface}: {len(messages)} operations", file=out)
         for m in messages:
-            print(f"    {m.name:<44} {m.key_pattern:<10}{' dispose' if m.dispose else ''}", file=out)
+            line = f"    {m.name:<44} {m.key_pattern:<10}{' dispose' if m.dispose else ''}"
+            print(line.rstrip(), file=out)
 
 
 def main(argv=None) -> int:
     ap = argparse.ArgumentParser(prog="vantrel_gen")
-    ap.add_argument("--dump", nargs="+", metavar="IDL", required=True,
+    ap.add_argument("--generate", metavar="OUT_DIR",
+                    help="write the C++ of every module of --idl-dir into OUT_DIR")
+    ap.add_argument("--list-outputs", action="store_true",
+                    help="print the files --generate writes (relative paths), one a line")
+    ap.add_argument("--generate-tests", metavar="OUT_DIR",
+                    help="write the generated round-trip test sources of every module into OUT_DIR")
+    ap.add_argument("--list-test-outputs", action="store_true",
+                    help="print the files --generate-tests writes (relative paths), one a line")
+    ap.add_argument("--idl-dir", metavar="DIR", help="the folder of the module IDL files")
+    ap.add_argument("--dump", nargs="+", metavar="IDL",
                     help="module files (or a folder: all its M_*.idl) to summarise")
     ap.add_argument("-I", dest="include_dirs", action="append", default=[], metavar="DIR",
                     help="folder searched for #include files")
     args = ap.parse_args(argv)
     try:
+        if args.generate_tests or args.list_test_outputs:
+            from .generate import generate_tests, list_test_outputs
+            if not args.idl_dir:
+                ap.error("--generate-tests and --list-test-outputs need --idl-dir")
+            if args.list_test_outputs:
+                print("\n".join(list_test_outputs(args.idl_dir)))
+            else:
+                generate_tests(args.idl_dir, args.generate_tests)
+            return 0
+        if args.generate or args.list_outputs:
+            from .generate import generate, list_outputs
+            if not args.idl_dir:
+                ap.error("--generate and --list-outputs need --idl-dir")
+            if args.list_outputs:
+                print("\n".join(list_outputs(args.idl_dir)))
+            else:
+                generate(args.idl_dir, args.generate)
+            return 0
+        if not args.dump:
+            ap.error("nothing to do: --dump, --generate, --list-outputs, --generate-tests or --list-test-outputs")
         for path in args.dump:
             mods = (load_all(path).values() if os.path.isdir(path)
                     else [load(path, args.include_dirs)])

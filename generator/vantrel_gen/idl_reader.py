@@ -64,7 +64,8 @@ _DIRECTIVE_ARG = {  # what may follow each directive (a trailing // comment is a
     "endif": re.compile(r"()\s*(?://.*)?$"),
     "include": re.compile(r'\s*"([^"]+)"\s*(?://.*)?$'),
 }
-_PUNCT = ("::", "{", "}", ";", "<", ">", ",", "(", ")", "=", "@", "[", "]")
+# ':' and '[' ']' belong to no accepted construct; as tokens they let the parser name what is outside.
+_PUNCT = ("::", ":", "{", "}", ";", "<", ">", ",", "(", ")", "=", "@", "[", "]")
 
 
 def tokenize(text: str, path: str) -> list[Token]:
@@ -113,7 +114,8 @@ def tokenize(text: str, path: str) -> list[Token]:
                     raise IdlError(path, line, f"unexpected character {c!r}")
                 toks.append(Token("punct", p, line))
                 i += len(p)
-    toks.append(Token("eof", "", line))
+    # End of file is reported on the last line, not on the empty one after the final newline.
+    toks.append(Token("eof", "", line - 1 if text.endswith("\n") and line > 1 else line))
     return toks
 
 
@@ -197,7 +199,7 @@ def _lower(qname) -> tuple:
 _PLACE = {
     "global": "outside module VendorData",
     "outer": "directly in module VendorData (it holds the file's M_ module)",
-    "module": "in this place of an M_ module",
+    "module": "directly in an M_ module (an enum goes into its own wrapper module)",
     "enum": "in an enumeration module (it holds only `enum Type`)",
     "iface": "in an interface module (it holds only messages)",
 }
@@ -309,7 +311,7 @@ class _Parser:
         inc = self.L.load_file(path, (self.f.path, t.line))
         self.f.visible |= inc.visible
         self.f.include_files.append(t.arg)
-        if inc.module:
+        if inc.module and inc.module.name not in self.f.include_modules:
             self.f.include_modules.append(inc.module.name)
 
     # -- declarations

@@ -134,7 +134,7 @@ def write(folder, name, text):
 
 
 def module_file(name, body, includes=('"M_Common.idl"',)):
-    """A guarded file of module `name` whose definitions are `body` (body starts on line 4 + len(includes))."""
+    """A guarded file of module `name` holding the definitions `body`."""
     head = [f"#ifndef G_{name}", f"#define G_{name}"] + [f"#include {i}" for i in includes]
     return "\n".join(head + ["module VendorData {", f"module {name} {{", textwrap.dedent(body).strip("\n"),
                              "};", "};", "#endif", ""])
@@ -261,11 +261,12 @@ class RepresentativeModule(TempIdlDir):
         self.assertIn(["ReportAlarmLog", "actor+key", "dispose"], lines)
         self.assertIn(["CmdClearAlarm", "key"], lines)
 
-        bad = write(self.dir, "M_Bad.idl", module_file("M_Bad", "typedef Nothing XType;"))
+        bad_text = module_file("M_Bad", "typedef Nothing XType; // <-")
+        bad = write(self.dir, "M_Bad.idl", bad_text)
         with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
             rc = main(["--dump", bad])
         self.assertEqual(rc, 1)
-        self.assertEqual(err.getvalue().strip(), f"{bad}:6: unknown type 'Nothing'")
+        self.assertEqual(err.getvalue().strip(), f"{bad}:{marked_line(bad_text)}: unknown type 'Nothing'")
 
 
 class Includes(TempIdlDir):
@@ -277,7 +278,8 @@ class Includes(TempIdlDir):
         self.assertEqual(load(path, [self.dir]).includes, ["M_Common"])
         with self.assertRaises(IdlError) as cm:
             load(path)
-        self.assertEqual(str(cm.exception), f"{path}:4: cannot find include file \"M_Common.idl\"")
+        line = next(i for i, text in enumerate(ALERT.splitlines(), 1) if text.startswith("#include"))
+        self.assertEqual(str(cm.exception), f"{path}:{line}: cannot find include file \"M_Common.idl\"")
 
     def test_diamond_includes_read_each_file_once(self):
         write(self.dir, "M_Left.idl", module_file("M_Left", """
@@ -285,12 +287,13 @@ class Includes(TempIdlDir):
             struct LeftType { M_Common::TimeType T; };"""))
         path = write(self.dir, "M_Top.idl", module_file("M_Top", """
             typedef sequence<M_Left::LeftType> LeftListType;
-            typedef M_Common::AngleDegreesType AngleType;""",
+            typedef M_Common::TimeType StampType;""",
             includes=('"M_Common.idl"', '"M_Left.idl"', '"M_Common.idl"')))
         top = load(path)
-        self.assertEqual(top.includes, ["M_Common", "M_Left", "M_Common"])
+        self.assertEqual(top.includes, ["M_Common", "M_Left"])
+        self.assertEqual(top.include_files, ["M_Common.idl", "M_Left.idl", "M_Common.idl"])
         left = top.aliases[0].type.element.target
-        self.assertIs(left.members[0].type.target.module, "M_Common")
+        self.assertIs(left.members[0].type.target, top.aliases[1].type.target)
 
     def test_a_module_sees_only_what_it_includes(self):
         # M_A is read first by load_all, but M_B does not include it: idlc would not see M_A there.
@@ -314,7 +317,6 @@ class Errors(TempIdlDir):
               BType Y; // <-
             };
             typedef string BType;""", "unknown type 'BType'"),
-        ("type of a module not included", "typedef M_Other::XType AType; // <-", "unknown type"),
         ("duplicate alias, other case", """
             typedef string AType;
             typedef int32 atype; // <-""", "'atype' is already declared in VendorData::M_T"),
@@ -426,8 +428,9 @@ class Errors(TempIdlDir):
         no_guard = 'module VendorData { module M_T { typedef string AType; }; }; // <-\n'
         pragma = "#ifndef G\n#define G\n#pragma once // <-\n#endif\n"
         no_endif = module_file("M_T", "typedef string AType;").replace("#endif", "// <-")
-        wrong_name = module_file("M_T", "typedef string AType;").replace("module M_T", "module M_X // <-")
-        wrong_outer = module_file("M_T", "typedef string AType;").replace("VendorData", "Vendor // <-")
+        plain = module_file("M_T", "typedef string AType;")
+        wrong_name = plain.replace("module M_T {", "module M_X { // <-")
+        wrong_outer = plain.replace("module VendorData {", "module Vendor { // <-")
         no_annotations = module_file("M_T", """
             module IClient {
               @mutable @autoid(HASH) @vantrel_dispose // <-

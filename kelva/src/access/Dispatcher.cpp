@@ -1,5 +1,6 @@
 #include "kelva/access/Dispatcher.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -64,7 +65,10 @@ void Dispatcher::run() {
             utils::log::error() << "Dispatcher: dds_waitset_wait failed: " << dds_strretcode(n);
             break;
         }
-        for (dds_return_t i = 0; i < n && !m_stop.load(); ++i) {
+        // n counts every triggered condition, also those that did not fit into `triggered`; those stay
+        // triggered and come back with the next wait.
+        const dds_return_t count = std::min<dds_return_t>(n, static_cast<dds_return_t>(triggered.size()));
+        for (dds_return_t i = 0; i < count && !m_stop.load(); ++i) {
             const auto condition = static_cast<dds_entity_t>(triggered[i]);
             if (condition == m_wakeup) continue;
             std::lock_guard<std::recursive_mutex> running(m_runMutex);

@@ -112,7 +112,7 @@ Config Config::fromFile(const std::string& path) {
     try {
         root = toml::parse(path);
     } catch (const toml::syntax_error& e) {
-        throw ConfigError(path + ": " + e.what());
+        throw ConfigError(path + ":" + std::to_string(e.location().line()) + ": " + e.what());
     } catch (const std::exception& e) {
         throw ConfigError(path + ": " + e.what());
     }

@@ -1,0 +1,159 @@
+#pragma once
+// Conversion between API values and the idlc-generated C wire structs, and the text form of wire values.
+// The generated per-type functions call these for their members.
+//
+// API to wire points the wire struct at the API value's storage wherever it can (strings, sequences of
+// numbers): nothing is copied, so the API value must outlive the write. What cannot be pointed at
+// (sequences of strings, structures, enumerations or bools) is converted into a per-call Scratch.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace vantrel::frame {
+
+// Owns the arrays that one message's conversion needed; lives as long as the message.
+class Scratch {
+public:
+    template <class T>
+    T* array(std::size_t n) {
+        static_assert(std::is_trivially_destructible_v<T>, "wire elements are C structs");
+        if (n == 0) return nullptr;
+        auto block = std::make_unique<unsigned char[]>(n * sizeof(T));  // zeroed
+        T* out = reinterpret_cast<T*>(block.get());
+        m_blocks.push_back(std::move(block));
+        return out;
+    }
+
+private:
+    std::vector<std::unique_ptr<unsigned char[]>> m_blocks;
+};
+
+// A value that cannot go on the wire; names the type and member.
+[[noreturn]] void refuse(const char* where, const std::string& what);
+
+// Numbers and bools.
+template <class W, class A, std::enable_if_t<std::is_arithmetic_v<A> && std::is_arithmetic_v<W>, int> = 0>
+inline void toWire(W& out, const A& in, Scratch&, const char*) {
+    out = in;
+}
+template <class A, class W, std::enable_if_t<std::is_arithmetic_v<A> && std::is_arithmetic_v<W>, int> = 0>
+inline void fromWire(A& out, const W& in) {
+    out = in;
+}
+
+// Unbounded strings: the wire points at the API string.
+inline void toWire(char*& out, const std::string& in, Scratch&, const char*) { out = const_cast<char*>(in.c_str()); }
+inline void fromWire(std::string& out, const char* in) { out.assign(in ? in : ""); }
+
+// Bounded strings are arrays in the wire struct: copied, after the bound check.
+template <std::size_t N>
+inline void toWire(char (&out)[N], const std::string& in, Scratch&, const char* where) {
+    if (in.size() > N - 1)
+        refuse(where, "string of " + std::to_string(in.size()) + " characters exceeds its bound of " + std::to_string(N - 1));
+    std::memcpy(out, in.data(), in.size());
+    out[in.size()] = '\0';
+}
+template <std::size_t N>
+inline void fromWire(std::string& out, const char (&in)[N]) {
+    out.assign(in, strnlen(in, N));
+}
+
+// Sequences (lists and optionals); `bound` 0 means unbounded.
+template <class W, class = void>
+struct IsWireSeq : std::false_type {};
+template <class W>
+struct IsWireSeq<W, std::void_t<decltype(std::declval<W&>()._buffer), decltype(std::declval<W&>()._length)>>
+    : std::true_type {};
+
+template <class Seq, class A>
+void toWireSeq(Seq& out, const std::vector<A>& in, Scratch& scratch, const char* where, std::size_t bound);
+template <class A, class Seq>
+void fromWireSeq(std::vector<A>& out, const Seq& in);
+template <class Seq>
+void printSeq(std::ostream& out, const Seq& seq);
+
+// A sequence as the element of a sequence (a list of lists).
+template <class W, class A, std::enable_if_t<IsWireSeq<W>::value, int> = 0>
+inline void toWire(W& out, const std::vector<A>& in, Scratch& scratch, const char* where) {
+    toWireSeq(out, in, scratch, where, 0);
+}
+template <class A, class W, std::enable_if_t<IsWireSeq<W>::value, int> = 0>
+inline void fromWire(std::vector<A>& out, const W& in) {
+    fromWireSeq(out, in);
+}
+template <class W, std::enable_if_t<IsWireSeq<W>::value, int> = 0>
+inline void print(std::ostream& out, const W& seq) {
+    printSeq(out, seq);
+}
+
+template <class Seq, class A>
+void toWireSeq(Seq& out, const std::vector<A>& in, Scratch& scratch, const char* where, std::size_t bound) {
+    using W = std::remove_pointer_t<decltype(out._buffer)>;
+    if (bound != 0 && in.size() > bound) {
+        refuse(where, (bound == 1 ? "optional holds " : "list holds ") + std::to_string(in.size()) +
+                          " elements, at most " + std::to_string(bound));
+    }
+    const auto n = static_cast<uint32_t>(in.size());
+    out._length = out._maximum = n;
+    out._release = false;
+    if constexpr (std::is_same_v<W, A> && std::is_arithmetic_v<A> && !std::is_same_v<A, bool>) {
+        out._buffer = const_cast<A*>(in.data());  // same layout: point, do not copy
+    } else {
+        W* buffer = scratch.array<W>(n);
+        for (uint32_t i = 0; i < n; ++i) toWire(buffer[i], static_cast<const A&>(in[i]), scratch, where);
+        out._buffer = buffer;
+    }
+}
+
+template <class A, class Seq>
+void fromWireSeq(std::vector<A>& out, const Seq& in) {
+    using W = std::remove_pointer_t<decltype(in._buffer)>;
+    if constexpr (std::is_same_v<W, A> && std::is_arithmetic_v<A> && !std::is_same_v<A, bool>) {
+        out.assign(in._buffer, in._buffer + in._length);
+    } else {
+        out.resize(in._length);
+        for (uint32_t i = 0; i < in._length; ++i) {
+            A value{};
+            fromWire(value, in._buffer[i]);
+            out[i] = std::move(value);
+        }
+    }
+}
+
+// Enumerations: values outside the literals read as literal 0.
+template <class A, class W>
+inline A enumFromWire(W value, int literalCount) {
+    const auto v = static_cast<int>(value);
+    return (v >= 0 && v < literalCount) ? static_cast<A>(v) : static_cast<A>(0);
+}
+
+// Text form.
+template <class W, std::enable_if_t<std::is_arithmetic_v<W>, int> = 0>
+inline void print(std::ostream& out, const W& value) {
+    out << value;
+}
+inline void print(std::ostream& out, const char* value) { out << (value ? value : ""); }
+inline void print(std::ostream& out, char* value) { out << (value ? value : ""); }
+template <std::size_t N>
+inline void print(std::ostream& out, const char (&value)[N]) {
+    out.write(value, static_cast<std::streamsize>(strnlen(value, N)));
+}
+
+template <class Seq>
+void printSeq(std::ostream& out, const Seq& seq) {
+    out << '[';
+    for (uint32_t i = 0; i < seq._length; ++i) {
+        if (i) out << ", ";
+        print(out, seq._buffer[i]);
+    }
+    out << ']';
+}
+
+}  // namespace vantrel::frame

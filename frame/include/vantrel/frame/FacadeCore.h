@@ -1,0 +1,66 @@
+#pragma once
+// What every module's Client and Service facade shares: a weak reference to the actor that carries the
+// facade's sender and/or observer, the flags of its creation, and the sessions it was made on. Facades
+// are movable values; destroying a valid one shuts its actor down and waits until the toolkit let go.
+#include <memory>
+#include <string>
+
+#include "kelva/actors/ActorInfo.h"
+
+namespace kelva::actors {
+class IActor;
+class Session;
+class MonitorSession;
+}  // namespace kelva::actors
+
+namespace vantrel::frame {
+
+struct FacadeAccess;
+
+class FacadeCore {
+public:
+    FacadeCore(const FacadeCore&) = delete;
+    FacadeCore& operator=(const FacadeCore&) = delete;
+
+    // Throws std::logic_error "Actor not initialised!" when the facade holds no actor.
+    kelva::actors::ActorInfo actorInfo() const;
+    std::shared_ptr<kelva::actors::Session> getSession() const { return m_session; }
+    std::shared_ptr<kelva::actors::MonitorSession> getMonitorSession() const { return m_monitorSession; }
+    bool isValid() const;
+    // Shuts the actor down and blocks (polling every 10 ms) until the toolkit released it. Idempotent.
+    void invalidate();
+
+protected:
+    explicit FacadeCore(const char* facadeName) noexcept : m_facadeName(facadeName) {}
+    FacadeCore(const char* facadeName, std::weak_ptr<kelva::actors::IActor> actor, bool writeEnabled,
+               bool readEnabled, std::shared_ptr<kelva::actors::Session> session,
+               std::shared_ptr<kelva::actors::MonitorSession> monitorSession);
+    FacadeCore(FacadeCore&& other) noexcept;
+    FacadeCore& operator=(FacadeCore&& other) noexcept;
+    ~FacadeCore();
+
+    // The actor; throws "<Facade>::m_actor not initialised!". The reference must not outlive the facade.
+    kelva::actors::IActor& actor();
+    void setNameImpl(const std::string& name);
+    void waitUntilConnectedImpl();
+
+private:
+    friend struct FacadeAccess;
+    std::shared_ptr<kelva::actors::IActor> lockActor() const;
+
+    std::weak_ptr<kelva::actors::IActor> m_actor;
+    bool m_writeEnabled = false;
+    bool m_readEnabled = false;
+    std::shared_ptr<kelva::actors::Session> m_session;
+    std::shared_ptr<kelva::actors::MonitorSession> m_monitorSession;
+    const char* m_facadeName;  // "Client" or "Service", for the texts of misuse
+};
+
+// The process-wide sessions of the toolkit's session factory, by domain.
+std::shared_ptr<kelva::actors::Session> sessionFor(int domain);
+std::shared_ptr<kelva::actors::MonitorSession> monitorSessionFor(int domain);
+
+// Writes the default body's warning for an operation the application did not override.
+void defaultBody(const char* qualifiedOperation);
+
+}  // namespace vantrel::frame

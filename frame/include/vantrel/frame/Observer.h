@@ -1,0 +1,120 @@
+#pragma once
+// What every generated observer shares: it creates one reader per selected operation and dispatches each
+// received sample to the application's implementation or callback map, with the callback information
+// set for the duration of the call. `Op` (generated per operation) provides:
+//   Wire, Interface, Args (tuple of API argument values), Wrapper, Injector, name, hook, hasDispose,
+//   decode(Args&, const Wire&, bool disposed), call(Interface&, const Args&).
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "kelva/access/TopicPoolRead.h"
+#include "kelva/actors/SimpleActor.h"
+#include "kelva/base/PluginLoader.h"
+#include "kelva/utils/Log.h"
+#include "kelva/utils/System.h"
+#include "vantrel/frame/CallbackMap.h"
+
+namespace vantrel::frame {
+
+class ObserverCore {
+public:
+    ObserverCore(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolRead& pool, kelva::base::PluginLoader& loader)
+        : m_actor(actor), m_pool(pool), m_loader(loader) {}
+
+    // Target: Interface* (may be null: then nothing is read) or const CallbackMap*.
+    template <class... Ops, class Target>
+    void start(const std::vector<std::string>& methods, Target target) {
+        if (target == nullptr) {
+            kelva::utils::log::warn() << "User callback not valid.";
+            return;
+        }
+        if (methods.empty()) kelva::utils::log::warn() << "no single overridden method detected.";
+        (addReader<Ops>(methods, target), ...);
+        for (const auto& plugin : m_loader.pluginNames()) (offerInjector<Ops>(plugin, target), ...);
+    }
+
+private:
+    template <class Op, class Target>
+    void addReader(const std::vector<std::string>& methods, Target target) {
+        if (std::find(methods.begin(), methods.end(), Op::name) == methods.end()) return;
+        auto onData = [this, target](const typename Op::Wire& wire, const dds_sample_info_t&) {
+            receive<Op>(target, wire, false);
+        };
+        if constexpr (Op::hasDispose) {
+            // A disposed keyed instance reaches the application as the operation with its key arguments
+            // and the dispose flag true.
+            auto onDispose = [this, target](const typename Op::Wire& wire, const dds_sample_info_t& info) {
+                if (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED) receive<Op>(target, wire, true);
+            };
+            m_pool.createTopicRead<typename Op::Wire>(onData, onDispose);
+        } else {
+            m_pool.createTopicRead<typename Op::Wire>(onData);
+        }
+    }
+
+    template <class Op, class Target>
+    void receive(Target target, const typename Op::Wire& wire, bool disposed) {
+        typename Op::Args args{};
+        Op::decode(args, wire, disposed);
+        dispatch<Op>(target, wire.kelva_sending_actor ? wire.kelva_sending_actor : "", args);
+    }
+
+    template <class Op, class Target>
+    void offerInjector(const std::string& plugin, Target target) {
+        using Hook = void (*)(const std::string&, typename Op::Injector);
+        Hook hook = m_loader.loadFunc<Hook>(plugin, Op::hook);
+        hook(m_actor.actorId(), [this, target](const std::string& sender, const auto&... values) {
+            const typename Op::Args args(values...);
+            kelva::utils::log::trace() << "call user-callback from plugin";
+            dispatch<Op>(target, sender.c_str(), args);
+            kelva::utils::log::trace() << "... rmodel user-callback from plugin returned.";
+        });
+    }
+
+    void setInfo(const char* sender, const char* operation) {
+        kelva::actors::CallbackInfo info = m_actor.callbackInfoBase();
+        info.senderId = sender;
+        info.operation = operation;
+        info.receptionTime = kelva::utils::time::getCurrentUnixTimestamp();
+        m_actor.setCallbackInfo(std::move(info));
+    }
+
+    template <class Op>
+    void dispatch(typename Op::Interface* impl, const char* sender, const typename Op::Args& args) {
+        setInfo(sender, Op::name);
+        kelva::utils::log::trace() << "Calling rmodel user-callback ...";
+        Op::call(*impl, args);
+        kelva::utils::log::trace() << "... rmodel user-callback returned.";
+        m_actor.resetCallbackInfo();
+    }
+
+    template <class Op>
+    void dispatch(const CallbackMap* map, const char* sender, const typename Op::Args& args) {
+        auto entry = map->find(Op::name);
+        if (entry == map->end()) {
+            kelva::utils::log::error() << "No callback found for " << Op::name;
+            return;
+        }
+        setInfo(sender, Op::name);
+        for (kelva::utils::callback::Base* base : entry->second) {
+            const auto* wrapper = Op::Wrapper::from(base);
+            if (!wrapper) {
+                kelva::utils::log::error() << "Callback for " << Op::name << " has wrong type or is null!";
+                continue;
+            }
+            kelva::utils::log::trace() << "Calling rmodel user-callback ...";
+            std::apply(*wrapper, args);
+            kelva::utils::log::trace() << "... rmodel user-callback returned.";
+        }
+        m_actor.resetCallbackInfo();
+    }
+
+    kelva::actors::SimpleActor& m_actor;
+    kelva::access::TopicPoolRead& m_pool;
+    kelva::base::PluginLoader& m_loader;
+};
+
+}  // namespace vantrel::frame

@@ -1,0 +1,116 @@
+#include "vantrel/frame/FacadeCore.h"
+
+#include <stdexcept>
+
+#include "kelva/actors/IActor.h"
+#include "kelva/actors/Session.h"
+#include "kelva/actors/SimpleActor.h"
+#include "kelva/utils/Log.h"
+#include "kelva/utils/System.h"
+
+namespace vantrel::frame {
+
+FacadeCore::FacadeCore(const char* facadeName, std::weak_ptr<kelva::actors::IActor> actor, bool writeEnabled,
+                       bool readEnabled, std::shared_ptr<kelva::actors::Session> session,
+                       std::shared_ptr<kelva::actors::MonitorSession> monitorSession)
+    : m_actor(std::move(actor)), m_writeEnabled(writeEnabled), m_readEnabled(readEnabled),
+      m_session(std::move(session)), m_monitorSession(std::move(monitorSession)), m_facadeName(facadeName) {
+    KELVA_TRACE_ENTRY();
+}
+
+FacadeCore::FacadeCore(FacadeCore&& other) noexcept
+    : m_actor(std::move(other.m_actor)), m_writeEnabled(other.m_writeEnabled), m_readEnabled(other.m_readEnabled),
+      m_session(std::move(other.m_session)), m_monitorSession(std::move(other.m_monitorSession)),
+      m_facadeName(other.m_facadeName) {
+    other.m_actor.reset();
+    other.m_writeEnabled = other.m_readEnabled = false;
+}
+
+FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
+    if (this == &other) return *this;
+    try {
+        invalidate();  // the facade assigned over lets go of its own actor first
+    } catch (...) {
+    }
+    m_actor = std::move(other.m_actor);
+    other.m_actor.reset();
+    m_writeEnabled = std::exchange(other.m_writeEnabled, false);
+    m_readEnabled = std::exchange(other.m_readEnabled, false);
+    m_session = std::move(other.m_session);
+    m_monitorSession = std::move(other.m_monitorSession);
+    return *this;
+}
+
+FacadeCore::~FacadeCore() {
+    KELVA_TRACE_ENTRY();
+    try {
+        invalidate();
+    } catch (...) {
+    }
+    m_monitorSession.reset();
+    m_session.reset();
+    m_actor.reset();
+}
+
+std::shared_ptr<kelva::actors::IActor> FacadeCore::lockActor() const { return m_actor.lock(); }
+
+kelva::actors::IActor& FacadeCore::actor() {
+    KELVA_TRACE_ENTRY();
+    auto actor = lockActor();
+    if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
+    return *actor;  // the session keeps it alive; the strong reference is released here
+}
+
+kelva::actors::ActorInfo FacadeCore::actorInfo() const {
+    KELVA_TRACE_ENTRY();
+    auto actor = lockActor();
+    if (!actor) throw std::logic_error("Actor not initialised!");
+    kelva::actors::SimpleActor* simple = actor->simpleActor();
+    if (!simple) throw std::logic_error("Actor not initialised!");
+    return simple->actorInfo();
+}
+
+bool FacadeCore::isValid() const {
+    KELVA_TRACE_ENTRY();
+    auto actor = lockActor();
+    return actor && actor->isValid();
+}
+
+void FacadeCore::invalidate() {
+    KELVA_TRACE_ENTRY();
+    if (auto actor = lockActor()) actor->shutdown();
+    kelva::utils::log::debug() << "Waiting for actor to shutdown ...";
+    while (m_actor.use_count() != 0) kelva::utils::system::msSleep(10);
+    kelva::utils::log::debug() << "Waiting for actor to shutdown ... DONE";
+    m_actor.reset();
+}
+
+void FacadeCore::setNameImpl(const std::string& name) {
+    KELVA_TRACE_ENTRY();
+    auto actor = lockActor();
+    if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
+    if (auto* simple = actor->simpleActor()) simple->setClientName(name);
+}
+
+void FacadeCore::waitUntilConnectedImpl() {
+    KELVA_TRACE_ENTRY();
+    auto actor = lockActor();
+    if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
+    if (auto* simple = actor->simpleActor()) simple->waitUntilConnected();
+}
+
+std::shared_ptr<kelva::actors::Session> sessionFor(int domain) {
+    return kelva::actors::SessionFactory::instance().getSession(domain);
+}
+
+std::shared_ptr<kelva::actors::MonitorSession> monitorSessionFor(int domain) {
+    return kelva::actors::SessionFactory::instance().getMonitorSession(domain);
+}
+
+void defaultBody(const char* qualifiedOperation) {
+    KELVA_TRACE_ENTRY();
+    kelva::utils::log::warn() << "default implementation called: " << qualifiedOperation
+                              << ". Forgot to override this method?";
+}
+
+}  // namespace vantrel::frame

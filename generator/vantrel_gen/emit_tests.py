@@ -1,0 +1,245 @@
+"""The round-trip test of a module: every operation of both interfaces is sent once through a facade with
+every argument set to a non-default value, and the receiving side must get exactly those arguments. Keyed
+operations with a dispose flag are then disposed and must arrive with the flag set and the same key.
+
+One GoogleTest source per module with interfaces; the fill functions it needs (also those of types of
+included modules) live in the file's anonymous namespace, so the sources link into one binary."""
+
+from __future__ import annotations
+
+from .cpp_names import api_type, short_name
+from .model import Message, Module, Struct, TypeRef
+
+NOTE = "// Generated from idl/{file} by the vantrel generator. Do not edit."
+
+
+def _reachable_structs(mod: Module) -> list[Struct]:
+    """Every value type an operation of the module carries, directly or nested, in first-use order."""
+    seen: dict[tuple, Struct] = {}
+
+    def visit(t: TypeRef) -> None:
+        r = t.resolved()
+        if r.kind == "sequence":
+            visit(r.element)
+        elif r.kind == "struct":
+            key = (r.module, r.name)
+            if key not in seen:
+                seen[key] = r.target
+                for m in r.target.members:
+                    visit(m.type)
+
+    for iface in ("IService", "IClient"):
+        for msg in mod.interfaces[iface]:
+            for m in msg.params:
+                visit(m.type)
+    return list(seen.values())
+
+
+def _fill_lines(t: TypeRef, lvalue: str, seed: str, depth: int) -> list[str]:
+    """Statements that set `lvalue` (of type t) to a non-default value derived from `seed`."""
+    r = t.resolved()
+    if r.kind == "prim":
+        return [f"{lvalue} = rt::num<{api_type(r)}>({seed});"]
+    if r.kind == "string":
+        return [f"{lvalue} = rt::text({seed}, {r.bound or 0});"]
+    if r.kind == "enum":
+        last = r.target.literals[-1]
+        return [f"{lvalue} = ::{r.module}::{r.name}::{last};"]
+    if r.kind == "struct":
+        return [f"fill({lvalue}, {seed});"]
+    if r.kind == "sequence":
+        count = 2 if r.bound is None else min(r.bound, 2)
+        i = f"i{depth}"
+        inner = _fill_lines(r.element, f"{lvalue}.back()", f"rt::mix({seed}, {i})", depth + 1)
+        return [f"{lvalue}.clear();",
+                f"for (int {i} = 0; {i} < {count}; ++{i}) {{",
+                f"    {lvalue}.emplace_back();"] + [f"    {line}" for line in inner] + ["}"]
+    raise ValueError(f"no fill for type kind {r.kind}")
+
+
+def _fill_function(cpp_type: str, members) -> list[str]:
+    out = [f"void fill({cpp_type}& x, int seed) {{"]
+    if not members:
+        out.append("    (void)x;")
+    if all(m.type.resolved().kind == "enum" for m in members):
+        out.append("    (void)seed;  // enumerations take their last literal whatever the seed")
+    for i, m in enumerate(members):
+        out += [f"    {line}" for line in _fill_lines(m.type, f"x.{m.name}", f"rt::mix(seed, {i})", 0)]
+    out.append("}")
+    return out
+
+
+def _signature(msg: Message) -> str:
+    from .emit_api import operation_params
+    return f"void {msg.name}({', '.join(operation_params(msg))}) override"
+
+
+def _pack_expr(mod: Module, msg: Message) -> str:
+    args = ", ".join(m.name for m in msg.params)
+    return f"::{mod.name}::{msg.name}({args})" if msg.params else f"::{mod.name}::{msg.name}{{}}"
+
+
+def _recorder(mod: Module, iface: str) -> list[str]:
+    cls = f"{iface}Recorder"
+    msgs = mod.interfaces[iface]
+    out = [f"// Records every {iface} operation: the last arguments, the dispose flag and the number of calls.",
+           f"class {cls} : public ::{mod.name}::{iface} {{", "public:"]
+    for msg in msgs:
+        out.append(f"    {_signature(msg)} {{")
+        out.append("        std::lock_guard<std::mutex> guard_(m_mutex);")
+        out.append(f"        m_{msg.name} = {_pack_expr(mod, msg)};")
+        out.append(f"        m_dispose[\"{msg.name}\"] = {'dispose' if msg.dispose else 'false'};")
+        out.append(f"        ++m_calls[\"{msg.name}\"];")
+        out.append("    }")
+    for msg in msgs:
+        out.append(f"    ::{mod.name}::{msg.name} received_{msg.name}() const {{")
+        out.append("        std::lock_guard<std::mutex> lock(m_mutex);")
+        out.append(f"        return m_{msg.name};")
+        out.append("    }")
+    out += [
+        "    int calls(const std::string& operation) const {",
+        "        std::lock_guard<std::mutex> lock(m_mutex);",
+        "        auto it = m_calls.find(operation);",
+        "        return it == m_calls.end() ? 0 : it->second;",
+        "    }",
+        "    bool lastDispose(const std::string& operation) const {",
+        "        std::lock_guard<std::mutex> lock(m_mutex);",
+        "        auto it = m_dispose.find(operation);",
+        "        return it != m_dispose.end() && it->second;",
+        "    }",
+        "    // Whether each of `operations` was called at least `count` times.",
+        "    bool reached(const std::vector<std::string>& operations, int count) const {",
+        "        for (const auto& operation : operations) {",
+        "            if (calls(operation) < count) return false;",
+        "        }",
+        "        return true;",
+        "    }",
+        "",
+        "private:",
+        "    mutable std::mutex m_mutex;",
+        "    std::map<std::string, int> m_calls;",
+        "    std::map<std::string, bool> m_dispose;",
+    ]
+    for msg in msgs:
+        out.append(f"    ::{mod.name}::{msg.name} m_{msg.name}{{}};")
+    out.append("};")
+    return out
+
+
+def _send(sender: str, msg: Message, pack: str, dispose: str | None) -> str:
+    args = [f"{pack}.{m.name}" for m in msg.params]
+    if msg.dispose:
+        args.append(dispose)
+    return f"{sender}->{msg.name}({', '.join(args)});"
+
+
+def _test(mod: Module, iface: str, suite: str, seed_base: int) -> list[str]:
+    """One direction: the facade that receives `iface` records, the other one sends."""
+    S = short_name(mod.name)
+    msgs = mod.interfaces[iface]
+    to_service = iface == "IService"
+    test_name = "ClientToService" if to_service else "ServiceToClient"
+    sender, receiver = ("client", "serviceRecorder") if to_service else ("service", "clientRecorder")
+    names = ", ".join(f"\"{m.name}\"" for m in msgs)
+    out = [f"TEST({suite}, {test_name}) {{",
+           "    const int domain = vantrel::test::domainId();",
+           "    auto serviceSession = std::make_shared<kelva::actors::Session>(domain);",
+           "    auto clientSession = std::make_shared<kelva::actors::Session>(domain);",
+           "    IServiceRecorder serviceRecorder;",
+           "    IClientRecorder clientRecorder;",
+           f"    auto service = ::{mod.name}::Service::create(serviceSession, \"roundtrip_{S}_service\", serviceRecorder);",
+           f"    auto client = ::{mod.name}::Client::create(clientSession, \"roundtrip_{S}_client\", clientRecorder);",
+           f"    const std::vector<std::string> operations{{{names}}};",
+           ""]
+    for n, msg in enumerate(msgs):
+        P = f"::{mod.name}::{msg.name}"
+        out.append(f"    {P} sent_{msg.name};")
+        out.append(f"    fill(sent_{msg.name}, {seed_base + n + 1});")
+        if msg.params:
+            out.append(f"    ASSERT_TRUE(sent_{msg.name} != {P}{{}}) << \"{msg.name}: the filled arguments are "
+                       "the defaults\";")
+        out.append(f"    {_send(sender, msg, f'sent_{msg.name}', 'false')}")
+    out += ["",
+            f"    ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, 1); }}))",
+            "        << \"not every operation arrived\";"]
+    for msg in msgs:
+        out += [f"    EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 1) << \"{msg.name}\";",
+                f"    EXPECT_TRUE({receiver}.received_{msg.name}() == sent_{msg.name})",
+                f"        << \"{msg.name}: the received arguments differ from the sent ones\";"]
+        if msg.dispose:
+            out.append(f"    EXPECT_FALSE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}\";")
+    disposing = [m for m in msgs if m.dispose]
+    if disposing:
+        dnames = ", ".join(f"\"{m.name}\"" for m in disposing)
+        out += ["", "    // Dispose the instances just written: the flag arrives set, the key unchanged.",
+                f"    const std::vector<std::string> disposed{{{dnames}}};"]
+        for msg in disposing:
+            out.append(f"    {_send(sender, msg, f'sent_{msg.name}', 'true')}")
+        out += [f"    ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(disposed, 2); }}))",
+                "        << \"not every dispose arrived\";"]
+        for msg in disposing:
+            out += [f"    EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 2) << \"{msg.name}\";",
+                    f"    EXPECT_TRUE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}: dispose flag\";"]
+            keys = [m for m in msg.params if m.key]
+            if keys:
+                out.append("    {")
+                out.append(f"        const auto received = {receiver}.received_{msg.name}();")
+                for k in keys:
+                    out.append(f"        EXPECT_TRUE(received.{k.name} == sent_{msg.name}.{k.name})")
+                    out.append(f"            << \"{msg.name}: key {k.name} of the dispose\";")
+                out.append("    }")
+    out.append("}")
+    return out
+
+
+def emit_roundtrip_test(mod: Module) -> str:
+    S = short_name(mod.name)
+    suite = f"{S}RoundTrip"
+    out = [NOTE.format(file=mod.file.split("/")[-1]),
+           "#include <cstddef>", "#include <cstdint>", "#include <map>", "#include <memory>", "#include <mutex>",
+           "#include <string>", "#include <type_traits>", "#include <vector>", "",
+           "#include <gtest/gtest.h>", "",
+           "#include \"kelva/actors/Session.h\"",
+           f"#include \"vantrel/{mod.name}.h\"",
+           "#include \"vantrel/test/Support.h\"", "",
+           "namespace {", "",
+           "namespace rt {",
+           "// The seed of member (or element) `index` of a value filled from `seed`; stays small and positive.",
+           "inline int mix(int seed, int index) { return (seed * 7 + index + 1) % 1000003; }",
+           "// A number that is never the default: true for a flag, 1..100 (or x.5) otherwise.",
+           "template <class T>",
+           "T num(int seed) {",
+           "    if constexpr (std::is_same_v<T, bool>) {",
+           "        (void)seed;",
+           "        return true;",
+           "    } else if constexpr (std::is_floating_point_v<T>) {",
+           "        return static_cast<T>(0.5 + seed % 1000);",
+           "    } else {",
+           "        return static_cast<T>(1 + seed % 100);",
+           "    }",
+           "}",
+           "// A non-empty text, cut to `bound` characters when bounded.",
+           "inline std::string text(int seed, std::size_t bound) {",
+           "    std::string s = std::to_string(seed) + \"_v\";",
+           "    if (bound != 0 && s.size() > bound) s.resize(bound);",
+           "    return s;",
+           "}",
+           "}  // namespace rt", ""]
+    structs = _reachable_structs(mod)
+    packs = [msg for iface in ("IService", "IClient") for msg in mod.interfaces[iface]]
+    for s in structs:
+        out.append(f"void fill(::{s.module}::{s.name}& x, int seed);")
+    for msg in packs:
+        out.append(f"void fill(::{mod.name}::{msg.name}& x, int seed);")
+    out.append("")
+    for s in structs:
+        out += _fill_function(f"::{s.module}::{s.name}", s.members) + [""]
+    for msg in packs:
+        out += _fill_function(f"::{mod.name}::{msg.name}", msg.params) + [""]
+    out += _recorder(mod, "IService") + [""] + _recorder(mod, "IClient") + [""]
+    out += ["}  // namespace", ""]
+    if mod.interfaces["IService"]:
+        out += _test(mod, "IService", suite, 0) + [""]
+    if mod.interfaces["IClient"]:
+        out += _test(mod, "IClient", suite, 1000) + [""]
+    return "\n".join(out)

@@ -1,0 +1,78 @@
+"""Writes every generated file of every module of an IDL folder into an output folder, touching only files
+whose content changed (so a build recompiles only what really changed)."""
+
+from __future__ import annotations
+
+import os
+
+from .cpp_names import short_name
+from .emit_api import emit_public_header
+from .emit_impl import emit_api_source, emit_impl_header, emit_impl_source, emit_msg_source
+from .emit_tests import emit_roundtrip_test
+from .emit_wire import emit_wire_header, emit_wire_source
+from .idl_reader import load_all
+
+
+def outputs(mod) -> dict[str, callable]:
+    """Relative output path -> emitter, for one module."""
+    M, S = mod.name, short_name(mod.name)
+    files = {
+        f"include/vantrel/{M}.h": emit_public_header,
+        f"include/intern/vantrel/wire/{M}Wire.h": emit_wire_header,
+        f"source/intern/vantrel/wire/{S}.cpp": emit_wire_source,
+    }
+    if mod.has_interfaces:
+        files.update({
+            f"include/intern/vantrel/impl/{M}.h": emit_impl_header,
+            f"source/intern/vantrel/impl/{S}.cpp": emit_impl_source,
+            f"source/intern/vantrel/msg/{S}.cpp": emit_msg_source,
+            f"source/intern/vantrel/api/{S}.cpp": emit_api_source,
+        })
+    return files
+
+
+def write_if_changed(path: str, text: str) -> None:
+    try:
+        with open(path, encoding="utf-8") as f:
+            if f.read() == text:
+                return
+    except FileNotFoundError:
+        pass
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w", encoding="utf-8") as f:
+        f.write(text)
+
+
+def generate(idl_dir: str, out_dir: str) -> list[str]:
+    written = []
+    for mod in load_all(idl_dir).values():
+        for rel, emit in outputs(mod).items():
+            path = os.path.join(out_dir, rel)
+            write_if_changed(path, emit(mod))
+            written.append(path)
+    return written
+
+
+def list_outputs(idl_dir: str) -> list[str]:
+    return [rel for mod in load_all(idl_dir).values() for rel in outputs(mod)]
+
+
+def test_outputs(mod) -> dict[str, callable]:
+    """Relative output path -> emitter of the generated tests of one module (none for a types-only one)."""
+    if not mod.has_interfaces:
+        return {}
+    return {f"tests/roundtrip/RoundTrip_{short_name(mod.name)}.cpp": emit_roundtrip_test}
+
+
+def generate_tests(idl_dir: str, out_dir: str) -> list[str]:
+    written = []
+    for mod in load_all(idl_dir).values():
+        for rel, emit in test_outputs(mod).items():
+            path = os.path.join(out_dir, rel)
+            write_if_changed(path, emit(mod))
+            written.append(path)
+    return written
+
+
+def list_test_outputs(idl_dir: str) -> list[str]:
+    return [rel for mod in load_all(idl_dir).values() for rel in test_outputs(mod)]

@@ -1,0 +1,197 @@
+// Topic pools of one actor: topic lookup and naming, and what writing through a pool or a writer does when
+// there is no writer or no matched reader.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "KelvaTestTypes.h"
+#include "kelva/access/TopicStrategyMapChars.h"
+#include "kelva/actors/Session.h"
+#include "kelva/actors/SessionImpl.h"
+#include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Support.h"
+
+namespace {
+
+using kelva::actors::Session;
+using kelva::actors::SessionImpl;
+using kelva::actors::SimpleActor;
+using kelva::utils::log::Level;
+using kelva_test_support::KeyedSample;
+using kelva_test_support::plain;
+using vantrel::test::LogCapture;
+
+using Texts = std::vector<std::string>;
+
+class Pools : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_session = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
+        m_actor = SessionImpl::getSessionImpl(*m_session)->createActor("pools", false, "M_Test");
+    }
+    void TearDown() override {
+        m_actor.reset();
+        m_session.reset();
+    }
+
+    std::unique_ptr<Session> m_session;
+    std::shared_ptr<SimpleActor> m_actor;
+};
+
+TEST_F(Pools, SecondTopicLookupReturnsTheFirstTopic) {
+    auto& pool = m_actor->writePool();
+    auto first = pool.topic<kelva_test_Plain>();
+    auto second = pool.topic<kelva_test_Plain>();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(pool.topicCount(), 1u);
+
+    // The writer of the type uses that same topic, and a second creation returns the first writer.
+    auto& w1 = pool.createTopicWrite<kelva_test_Plain>();
+    auto& w2 = pool.createTopicWrite<kelva_test_Plain>();
+    EXPECT_EQ(&w1, &w2);
+    EXPECT_EQ(pool.topicCount(), 1u);
+    EXPECT_EQ(pool.topic<kelva_test_Plain>(), first);
+    EXPECT_EQ(pool.writer<kelva_test_Plain>(), &w1);
+
+    EXPECT_TRUE(pool.hasTopic("kelva_test_Plain"));
+    EXPECT_EQ(pool.getTopic("kelva_test_Plain"), first);
+    EXPECT_EQ(pool.getTopic("kelva_test_Keyed"), nullptr);
+    EXPECT_EQ(first->name(), "kelva_test_Plain");
+    EXPECT_STREQ(first->className(), "kelva_test::Plain");
+
+    // Another type is another topic.
+    pool.createTopicWrite<kelva_test_Keyed>();
+    EXPECT_EQ(pool.topicCount(), 2u);
+    EXPECT_NE(pool.getTopic("kelva_test_Keyed"), nullptr);
+
+    // Two readers of one type in the read pool share its topic too.
+    auto& readPool = m_actor->readPool();
+    auto& r1 = readPool.createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
+    auto& r2 = readPool.createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
+    EXPECT_NE(&r1, &r2);
+    EXPECT_EQ(readPool.topicCount(), 1u);
+    EXPECT_TRUE(readPool.hasReaders());
+}
+
+TEST_F(Pools, TopicNamesDropTheConfiguredPrefixAndMapCharacters) {
+    EXPECT_EQ(m_actor->writePool().getTopicName<kelva_test_Keyed>(), "kelva_test_Keyed");
+
+    kelva::config::Config config;
+    config.topicPrefix = "kelva_test::";
+    Session prefixed(vantrel::test::domainId(), config);
+    auto actor = SessionImpl::getSessionImpl(prefixed)->createActor("prefixed", false, "M_Test");
+    EXPECT_EQ(actor->writePool().getTopicName<kelva_test_Keyed>(), "Keyed");
+    EXPECT_EQ(actor->writePool().topic<kelva_test_Keyed>()->name(), "Keyed");
+
+    const kelva::access::TopicStrategyMapChars map;
+    EXPECT_EQ(map.get("M_Alert::IService::CmdRaiseAlarm"), "M_Alert_IService_CmdRaiseAlarm");
+    EXPECT_EQ(map.get("a.b-c d"), "a_b_c_d");
+    EXPECT_EQ(map.get("a:b"), "a_b");
+    EXPECT_EQ(map.get("Already_Safe_09"), "Already_Safe_09");
+}
+
+TEST_F(Pools, WriteAfterThePoolStoppedLogsAndReturns) {
+    auto& pool = m_actor->writePool();
+    pool.createTopicWrite<kelva_test_Plain>();
+    pool.stop();
+    EXPECT_FALSE(pool.hasWriters());
+
+    LogCapture log(Level::info);
+    EXPECT_NO_THROW(pool.write(plain(7), false, true));
+    EXPECT_EQ(log.texts(Level::error),
+              (Texts{"TopicPoolWrite::writer: no writer in topic", "TopicPoolWrite::writeIntern: no writer in topic pool"}));
+    EXPECT_TRUE(log.texts(Level::info).empty()) << "a stopped pool reached a writer";
+
+    log.clear();
+    EXPECT_EQ(pool.writer<kelva_test_Plain>(), nullptr);
+    EXPECT_EQ(log.texts(Level::error), (Texts{"TopicPoolWrite::writer: no writer in topic"}));
+
+    EXPECT_THROW(pool.createTopicWrite<kelva_test_Plain>(), std::logic_error);
+}
+
+TEST_F(Pools, WriteOfATypeWithoutTopicLogsAndReturns) {
+    LogCapture log(Level::info);
+    KeyedSample sample("k", 1);
+    EXPECT_NO_THROW(m_actor->writePool().write(sample.get(), true, false));
+    EXPECT_EQ(log.texts(Level::error), (Texts{"TopicPoolWrite::writer: no topic in topic pool",
+                                              "TopicPoolWrite::writeIntern: no writer in topic pool"}));
+}
+
+TEST_F(Pools, DisposeWithoutWriterLogsAndReturns) {
+    auto& pool = m_actor->writePool();
+    KeyedSample key("k", 0);
+    {
+        LogCapture log(Level::info);
+        EXPECT_NO_THROW(pool.dispose(key.get()));
+        EXPECT_EQ(log.texts(Level::error), (Texts{"TopicPoolWrite::writer: no topic in topic pool",
+                                                  "TopicPoolWrite::dispose: no writer in topic pool"}));
+    }
+    pool.createTopicWrite<kelva_test_Keyed>();
+    pool.stop();
+    LogCapture log(Level::info);
+    EXPECT_NO_THROW(pool.dispose(key.get()));
+    EXPECT_EQ(log.texts(Level::error),
+              (Texts{"TopicPoolWrite::writer: no writer in topic", "TopicPoolWrite::dispose: no writer in topic pool"}));
+}
+
+TEST_F(Pools, ReadPoolRefusesReadersOnceStopped) {
+    auto& pool = m_actor->readPool();
+    pool.createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
+    pool.stop();
+    EXPECT_FALSE(pool.hasReaders());
+    EXPECT_THROW(pool.createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {}),
+                 std::logic_error);
+}
+
+TEST_F(Pools, UnconnectedWriterLogsOrThrowsOnlyWhenAsked) {
+    auto& w = m_actor->writePool().createTopicWrite<kelva_test_Plain>();
+    ASSERT_FALSE(w.connectState().isConnected());
+    const std::string notConnected = "Writer not connected while sending (kelva_test::Plain).";
+    LogCapture log(Level::info);
+
+    EXPECT_NO_THROW(w.write(plain(1), false, false));
+    EXPECT_EQ(log.texts(Level::info), (Texts{notConnected}));
+
+    log.clear();
+    EXPECT_NO_THROW(w.write(plain(2), true, false));
+    EXPECT_TRUE(log.texts(Level::info).empty()) << "a quiet write logged";
+
+    log.clear();
+    try {
+        w.write(plain(3), false, true);
+        ADD_FAILURE() << "no exception for an unconnected writer asked to throw";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "Service for Cmd is unavailable yet - try later.");
+    }
+    EXPECT_EQ(log.texts(Level::info), (Texts{notConnected}));
+
+    log.clear();
+    EXPECT_THROW(w.write(plain(4), true, true), std::runtime_error);
+    EXPECT_TRUE(log.texts(Level::info).empty());
+
+    // Through the pool the writer's exception passes unchanged, and the pool stays usable.
+    EXPECT_THROW(m_actor->writePool().write(plain(5), true, true), std::runtime_error);
+    EXPECT_NO_THROW(m_actor->writePool().write(plain(6), true, false));
+}
+
+TEST_F(Pools, ConnectedWriterWritesWithoutComplaint) {
+    Session readerSession(vantrel::test::domainId(), kelva::config::Config{});
+    auto reader = SessionImpl::getSessionImpl(readerSession)->createActor("reader", false, "M_Test");
+    std::atomic<int> received{0};
+    reader->readPool().createTopicRead<kelva_test_Plain>(
+        [&](const kelva_test_Plain& s, const dds_sample_info_t&) { received += s.Value; });
+    auto& w = m_actor->writePool().createTopicWrite<kelva_test_Plain>();
+    ASSERT_TRUE(w.waitForMatch(10000));
+
+    LogCapture log(Level::info);
+    EXPECT_NO_THROW(w.write(plain(5), false, true));
+    EXPECT_TRUE(vantrel::test::waitUntil([&] { return received.load() == 5; }));
+    EXPECT_EQ(log.count(Level::info, "Writer not connected while sending (kelva_test::Plain)."), 0u);
+}
+
+}  // namespace

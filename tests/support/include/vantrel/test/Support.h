@@ -1,0 +1,43 @@
+#pragma once
+// Helpers shared by the test binaries: the DDS domain of this test process, bounded polling and a one-shot
+// gate to hold a thread at a known point.
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+
+namespace vantrel::test {
+
+// How long a test waits for something that DDS does asynchronously (discovery, matching, delivery). A
+// bound for a hang, not an expected duration: on a quiet loopback these take milliseconds.
+inline constexpr std::chrono::milliseconds kWaitBound{10000};
+
+// The DDS domain id of this test process: KELVA_TEST_DOMAIN if set, else 1 + pid % 200.
+int domainId();
+
+// Calls `condition` every few milliseconds until it returns true or `bound` has passed; returns its last
+// result.
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds bound = kWaitBound);
+
+// A gate that starts closed; once opened it stays open.
+class Gate {
+public:
+    void open();
+    bool isOpen() const;
+    // Waits until the gate is open or `bound` has passed; returns whether it is open.
+    bool wait(std::chrono::milliseconds bound = kWaitBound) const;
+
+private:
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    bool m_open = false;
+};
+
+namespace detail {
+// Checks that CYCLONEDDS_URI names one readable configuration file that contains "127.0.0.1". On failure
+// returns false and says why in `why`.
+bool loopbackConfigured(std::string& why);
+}  // namespace detail
+
+}  // namespace vantrel::test

@@ -1,0 +1,47 @@
+#include "vantrel/test/LogCapture.h"
+
+namespace vantrel::test {
+
+using kelva::utils::log::Level;
+using kelva::utils::log::Logger;
+
+LogCapture::LogCapture(Level level) : m_previous(Logger::getHighestUsedLevel()) {
+    Logger::setTap([this](Level lineLevel, const std::string& text) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.push_back(Line{lineLevel, text});
+    });
+    Logger::setLevel(level);
+}
+
+LogCapture::~LogCapture() {
+    Logger::setTap({});
+    Logger::setLevel(m_previous);
+}
+
+std::vector<LogCapture::Line> LogCapture::lines() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> LogCapture::texts(Level level) const {
+    std::vector<std::string> out;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& line : m_lines)
+        if (line.level == level) out.push_back(line.text);
+    return out;
+}
+
+std::size_t LogCapture::count(Level level, const std::string& text) const {
+    std::size_t n = 0;
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& line : m_lines)
+        if (line.level == level && line.text == text) ++n;
+    return n;
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_lines.clear();
+}
+
+}  // namespace vantrel::test
