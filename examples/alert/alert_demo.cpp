@@ -27,6 +27,13 @@ class AlertService : public M_Alert::IService {
 public:
     M_Alert::Service facade;
 
+    // Commands can arrive as soon as the service's readers exist, before create() has returned: the
+    // handlers wait on the same mutex until the facade is in place.
+    void start(std::shared_ptr<kelva::actors::Session> session) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        facade = M_Alert::Service::create(std::move(session), "alert-service", *this);
+    }
+
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
         std::lock_guard<std::mutex> lock(m_mutex);
         const std::string id = "ALM-" + std::to_string(++m_next);
@@ -68,7 +75,7 @@ private:
         facade->ReportAlertStatus(status, false);
     }
 
-    std::mutex m_mutex;
+    std::mutex m_mutex;  // guards the alarms, and the facade while it is made
     unsigned m_next = 0;
     std::map<std::string, M_Alert::AlarmLogType> m_logs;
 };
@@ -110,7 +117,7 @@ bool waitFor(Predicate done, int ms) {
 int runService(int domain, int seconds) {
     auto session = std::make_shared<kelva::actors::Session>(domain);
     AlertService service;
-    service.facade = M_Alert::Service::create(session, "alert-service", service);
+    service.start(session);
     std::cout << "service: running for " << seconds << " s" << std::endl;
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
     service.facade.invalidate();
