@@ -132,11 +132,13 @@ std::shared_ptr<SimpleActor> SessionImpl::createActor(const std::string& name, b
 std::shared_ptr<MultiplexActor> SessionImpl::createActorMultiplex(bool, const std::string& moduleName,
                                                                   MultiplexActor::Factory factory) {
     auto actor = std::make_shared<MultiplexActor>(shared_from_this(), moduleName, std::move(factory));
+    std::string carriedName;
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_actors.push_back(actor);
+        carriedName = moduleName + "#monitor" + std::to_string(m_nextActor++);
     }
-    actor->addActor(moduleName + "#monitor" + std::to_string(m_nextActor));
+    actor->addActor(carriedName);
     return actor;
 }
 
