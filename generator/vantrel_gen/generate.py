@@ -43,14 +43,18 @@ def write_if_changed(path: str, text: str) -> None:
         f.write(text)
 
 
-def generate(idl_dir: str, out_dir: str) -> list[str]:
+def _generate(idl_dir: str, out_dir: str, kind) -> list[str]:
     written = []
     for mod in load_all(idl_dir).values():
-        for rel, emit in outputs(mod).items():
+        for rel, emit in kind(mod).items():
             path = os.path.join(out_dir, rel)
             write_if_changed(path, emit(mod))
             written.append(path)
     return written
+
+
+def generate(idl_dir: str, out_dir: str) -> list[str]:
+    return _generate(idl_dir, out_dir, outputs)
 
 
 def list_outputs(idl_dir: str) -> list[str]:
@@ -65,13 +69,7 @@ def test_outputs(mod) -> dict[str, callable]:
 
 
 def generate_tests(idl_dir: str, out_dir: str) -> list[str]:
-    written = []
-    for mod in load_all(idl_dir).values():
-        for rel, emit in test_outputs(mod).items():
-            path = os.path.join(out_dir, rel)
-            write_if_changed(path, emit(mod))
-            written.append(path)
-    return written
+    return _generate(idl_dir, out_dir, test_outputs)
 
 
 def list_test_outputs(idl_dir: str) -> list[str]:
