@@ -4,6 +4,7 @@
 
 #include "kelva/actors/IActor.h"
 #include "kelva/actors/Session.h"
+#include "kelva/actors/SessionImpl.h"
 #include "kelva/actors/SimpleActor.h"
 #include "kelva/utils/Log.h"
 #include "kelva/utils/System.h"
@@ -78,9 +79,15 @@ bool FacadeCore::isValid() const {
 
 void FacadeCore::invalidate() {
     KELVA_TRACE_ENTRY();
-    if (auto actor = lockActor()) actor->shutdown();
+    bool inCallback = false;
+    if (auto actor = lockActor()) {
+        if (auto session = actor->sessionImpl()) inCallback = session->dispatcher().onDispatcherThread();
+        actor->shutdown();
+    }
     kelva::utils::log::debug() << "Waiting for actor to shutdown ...";
-    while (m_actor.use_count() != 0) kelva::utils::system::msSleep(10);
+    // From a callback of the same session the actor is released only when that callback returns, so
+    // waiting here could never end.
+    while (!inCallback && m_actor.use_count() != 0) kelva::utils::system::msSleep(10);
     kelva::utils::log::debug() << "Waiting for actor to shutdown ... DONE";
     m_actor.reset();
 }

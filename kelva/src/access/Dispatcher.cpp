@@ -16,6 +16,7 @@ Dispatcher::Dispatcher(dds_entity_t participant) {
     if (m_wakeup < 0) throw std::runtime_error(std::string("dds_create_guardcondition: ") + dds_strretcode(m_wakeup));
     dds_waitset_attach(m_waitset, m_wakeup, m_wakeup);
     m_thread = std::thread([this] { run(); });
+    m_threadId = m_thread.get_id();
 }
 
 Dispatcher::~Dispatcher() {
@@ -56,11 +57,30 @@ void Dispatcher::removeReadCondition(dds_entity_t condition) {
     m_handlers.erase(condition);
 }
 
+void Dispatcher::keepUntilHandlerReturns(std::shared_ptr<void> object) {
+    if (onDispatcherThread()) m_keepAlive.push_back(std::move(object));
+}
+
+void Dispatcher::release(std::unique_ptr<Dispatcher> dispatcher) {
+    if (!dispatcher) return;
+    if (!dispatcher->onDispatcherThread()) return;  // destroyed here, joining the thread
+    dispatcher->stop();
+    dispatcher->m_deleteWhenDone = true;
+    dispatcher.release();  // the thread deletes it when its loop ends
+}
+
 void Dispatcher::run() {
+    loop();
+    m_keepAlive.clear();
+    if (m_deleteWhenDone) delete this;
+}
+
+void Dispatcher::loop() {
     std::vector<dds_attach_t> triggered(64);
     while (!m_stop.load()) {
         const dds_return_t n =
             dds_waitset_wait(m_waitset, triggered.data(), triggered.size(), DDS_INFINITY);
+        if (m_stop.load()) break;
         if (n < 0) {
             utils::log::error() << "Dispatcher: dds_waitset_wait failed: " << dds_strretcode(n);
             break;
@@ -86,6 +106,7 @@ void Dispatcher::run() {
             } catch (...) {
                 utils::log::error() << "Dispatcher: handler threw an unknown exception";
             }
+            m_keepAlive.clear();
         }
     }
 }

@@ -60,6 +60,9 @@ void TopicPoolRead::stop() {
     }
     // Outside the pool lock: stopping waits for a running handler, which may itself use this pool.
     for (auto& reader : readers) reader->stop();
+    // Stopped from one of this pool's own handlers: the reader running it is destroyed once it returned.
+    if (m_dispatcher.onDispatcherThread())
+        for (auto& reader : readers) m_dispatcher.keepUntilHandlerReturns(std::shared_ptr<IReader>(std::move(reader)));
 }
 
 }  // namespace kelva::access

@@ -68,7 +68,8 @@ SessionImpl::SessionImpl(int domainId, const config::Config& config, bool isMoni
 
 SessionImpl::~SessionImpl() {
     shutdown();
-    m_dispatcher.reset();
+    // Destroyed from one of its own handlers, the dispatcher deletes itself once that handler returned.
+    access::Dispatcher::release(std::move(m_dispatcher));
     dds_delete(m_participant);
 }
 
@@ -149,6 +150,8 @@ void SessionImpl::releaseActor(const IActor* actor) {
     if (it == m_actors.end()) return;
     released = std::move(*it);
     m_actors.erase(it);
+    // An actor shut down from its own handler lives until that handler returned.
+    if (m_dispatcher) m_dispatcher->keepUntilHandlerReturns(released);
 }
 
 std::size_t SessionImpl::actorCount() const {
@@ -165,6 +168,8 @@ void SessionImpl::shutdown() {
         m_byName.clear();
     }
     for (auto& actor : actors) actor->shutdown();
+    if (m_dispatcher)
+        for (auto& actor : actors) m_dispatcher->keepUntilHandlerReturns(actor);
 }
 
 }  // namespace kelva::actors

@@ -28,6 +28,7 @@ public:
     std::shared_ptr<kelva::actors::MonitorSession> getMonitorSession() const { return m_monitorSession; }
     bool isValid() const;
     // Shuts the actor down and blocks (polling every 10 ms) until the toolkit released it. Idempotent.
+    // Called from a callback of the same session it does not wait: the actor goes when the callback returns.
     void invalidate();
 
 protected:

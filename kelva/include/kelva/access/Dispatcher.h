@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace kelva::access {
 
@@ -28,10 +29,20 @@ public:
     // Stops and joins the thread; idempotent.
     void stop();
 
-    bool onDispatcherThread() const { return std::this_thread::get_id() == m_thread.get_id(); }
+    bool onDispatcherThread() const { return std::this_thread::get_id() == m_threadId; }
+
+    // Called on the dispatcher thread by a handler that lets go of the objects it is running in (an
+    // application shutting its own facade down from a callback): they are destroyed after the handler
+    // returned. From any other thread the object is released at once.
+    void keepUntilHandlerReturns(std::shared_ptr<void> object);
+
+    // The owner of a dispatcher that is being destroyed on the dispatcher thread itself hands it over: the
+    // thread finishes the running handler and then deletes the dispatcher.
+    static void release(std::unique_ptr<Dispatcher> dispatcher);
 
 private:
     void run();
+    void loop();
 
     dds_entity_t m_waitset = 0;
     dds_entity_t m_wakeup = 0;  // guard condition that interrupts the wait on stop
@@ -39,7 +50,10 @@ private:
     std::recursive_mutex m_runMutex;  // held while a handler runs
     std::map<dds_entity_t, std::shared_ptr<Handler>> m_handlers;
     std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_deleteWhenDone{false};
+    std::vector<std::shared_ptr<void>> m_keepAlive;  // touched on the dispatcher thread only
     std::thread m_thread;
+    std::thread::id m_threadId;  // stays valid after a detach
 };
 
 }  // namespace kelva::access

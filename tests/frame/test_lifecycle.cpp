@@ -1,0 +1,108 @@
+// Facade and session lifecycles that race with received operations: destroying a facade while its callback
+// runs, invalidating a facade from its own callback, and letting go of the last reference to a session from
+// one of its callbacks.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "kelva/actors/Session.h"
+#include "vantrel/M_Alert.h"
+#include "vantrel/test/Support.h"
+
+using vantrel::test::waitUntil;
+
+namespace {
+
+const M_Alert::AlarmConditionInfoType kCondition("Power", "Battery", "Voltage", "Low", "low");
+
+struct BlockingService : M_Alert::IService {
+    vantrel::test::Gate entered, release;
+    std::atomic<int> calls{0};
+    void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType&) override {
+        ++calls;
+        entered.open();
+        release.wait();
+    }
+};
+
+TEST(Lifecycle, DestroyingAFacadeWhileItsCallbackRunsWaitsForTheCallback) {
+    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    BlockingService impl;
+    auto service = std::make_unique<M_Alert::Service>(M_Alert::Service::create(serviceSession, "svc", impl));
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
+    client.waitUntilConnected();
+    client->CmdRaiseAlarm(kCondition);
+    ASSERT_TRUE(impl.entered.wait());
+
+    std::atomic<bool> destroyed{false};
+    std::thread destroyer([&] {
+        service.reset();
+        destroyed = true;
+    });
+    // The destruction cannot finish while the callback still runs in the service's objects.
+    EXPECT_FALSE(waitUntil([&] { return destroyed.load(); }, std::chrono::milliseconds(200)));
+    impl.release.open();
+    destroyer.join();
+    EXPECT_TRUE(destroyed);
+    EXPECT_EQ(impl.calls, 1);
+}
+
+struct SelfStoppingService : M_Alert::IService {
+    M_Alert::Service facade;
+    std::atomic<int> calls{0};
+    void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType&) override {
+        ++calls;
+        facade.invalidate();  // from its own callback, on the dispatcher thread
+    }
+};
+
+TEST(Lifecycle, AFacadeInvalidatedFromItsOwnCallbackStopsCleanly) {
+    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    SelfStoppingService impl;
+    impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
+    client.waitUntilConnected();
+    client->CmdRaiseAlarm(kCondition);
+    ASSERT_TRUE(waitUntil([&] { return impl.calls == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return !impl.facade.isValid(); }));
+    client->CmdRaiseAlarm(kCondition);  // nobody reads it any more
+    // The session goes on working for others.
+    SelfStoppingService other;
+    other.facade = M_Alert::Service::create(serviceSession, "svc2", other);
+    client->CmdRaiseAlarm(kCondition);
+    EXPECT_TRUE(waitUntil([&] { return other.calls == 1; }));
+    EXPECT_EQ(impl.calls, 1);
+}
+
+struct SessionDroppingService : M_Alert::IService {
+    M_Alert::Service facade;
+    std::atomic<bool> dropped{false};
+    void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType&) override {
+        facade = M_Alert::Service();  // lets go of the actor and of the last reference to the session
+        dropped = true;
+    }
+};
+
+TEST(Lifecycle, TheLastSessionReferenceDroppedFromACallbackEndsTheSession) {
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    SessionDroppingService impl;
+    std::weak_ptr<kelva::actors::Session> weakSession;
+    {
+        auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+        weakSession = serviceSession;
+        impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
+    }
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
+    client.waitUntilConnected();
+    client->CmdRaiseAlarm(kCondition);
+    ASSERT_TRUE(waitUntil([&] { return impl.dropped.load(); }));
+    EXPECT_TRUE(waitUntil([&] { return weakSession.expired(); }));
+    // The client notices that the service's reader went away.
+    client->CmdRaiseAlarm(kCondition);
+    EXPECT_FALSE(impl.facade.isValid());
+}
+
+}  // namespace
