@@ -1,7 +1,8 @@
 #pragma once
 // A typed reader whose read condition the session's dispatcher watches. Samples are taken with loans (no
-// copy of the sample data) and handed to the data handler (valid data, alive instance) or the dispose
-// handler (anything else), on the dispatcher thread.
+// copy of the sample data) and handed, on the dispatcher thread, to the data handler (every sample with
+// data) and to the dispose handler (a sample without data, i.e. a disposal or the last writer gone, and the
+// last data sample of an instance that was disposed after it was written).
 #include <dds/dds.h>
 
 #include <atomic>
@@ -78,11 +79,17 @@ private:
                                 << " Sample disposed:" << (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED)
                                 << " Sample no_writers:" << (info.instance_state == DDS_IST_NOT_ALIVE_NO_WRITERS);
         }
-        if (info.valid_data && alive) {
+        if (info.valid_data) {
+            // Data is never dropped: a sample written before its instance was disposed still carries data
+            // (its instance state already says disposed when both arrived before this take).
             if (debug) utils::log::debug() << "received: " << render(sample) << ". Callbacking user ...";
             m_onData(sample, info);
             utils::log::trace() << "... usercallback called.";
-        } else if (m_onDispose) {
+            // The DDS layer adds no separate disposal sample when unread data of the instance was waiting:
+            // the last sample of a disposed instance in this take stands for the disposal too.
+            if (alive || info.sample_rank != 0 || !m_onDispose || m_stopped.load()) return;
+        }
+        if (m_onDispose) {
             if (debug) utils::log::debug() << "received for disposing: " << render(sample) << ". Callbacking user ...";
             m_onDispose(sample, info);
             utils::log::trace() << "... usercallback called.";
