@@ -1,14 +1,19 @@
 #include "kelva/actors/Session.h"
 
+#include <cstdlib>
+
 namespace kelva::actors {
 namespace {
 
-// The process's configuration, read once; its logging settings take effect with the first session.
+// The process's configuration, read once; the logging settings of a configuration file take effect with
+// the first session (without a file, whatever the application set stays).
 const config::Config& processConfig() {
     static const config::Config config = [] {
         config::Config c = config::Config::fromEnvironment();
-        utils::log::Logger::setLevel(c.logLevel);
-        utils::log::Logger::setSink(c.logSink);
+        if (const char* file = std::getenv("KELVA_CONFIG"); file && *file) {
+            utils::log::Logger::setLevel(c.logLevel);
+            utils::log::Logger::setSink(c.logSink);
+        }
         return c;
     }();
     return config;

@@ -31,7 +31,8 @@ public:
             kelva::utils::log::warn() << "User callback not valid.";
             return;
         }
-        if (methods.empty()) kelva::utils::log::warn() << "no single overridden method detected.";
+        // An interface without operations (a module whose service only reports) has nothing to override.
+        if (methods.empty() && sizeof...(Ops) != 0) kelva::utils::log::warn() << "no single overridden method detected.";
         (addReader<Ops>(methods, target), ...);
         for (const auto& plugin : m_loader.pluginNames()) (offerInjector<Ops>(plugin, target), ...);
     }
