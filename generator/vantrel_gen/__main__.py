@@ -33,6 +33,8 @@ def main(argv=None) -> int:
                     help="write the generated round-trip test sources of every module into OUT_DIR")
     ap.add_argument("--list-test-outputs", action="store_true",
                     help="print the files --generate-tests writes (relative paths), one a line")
+    ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
+                    help="write a recording plug-in exporting every hook of MODULE")
     ap.add_argument("--idl-dir", metavar="DIR", help="the folder of the module IDL files")
     ap.add_argument("--dump", nargs="+", metavar="IDL",
                     help="module files (or a folder: all its M_*.idl) to summarise")
@@ -48,6 +50,14 @@ def main(argv=None) -> int:
                 print("\n".join(list_test_outputs(args.idl_dir)))
             else:
                 generate_tests(args.idl_dir, args.generate_tests)
+            return 0
+        if args.generate_plugin:
+            from .emit_plugin import emit_test_plugin
+            from .generate import write_if_changed
+            if not args.idl_dir:
+                ap.error("--generate-plugin needs --idl-dir")
+            module, out_file = args.generate_plugin
+            write_if_changed(out_file, emit_test_plugin(load_all(args.idl_dir)[module]))
             return 0
         if args.generate or args.list_outputs:
             from .generate import generate, list_outputs

@@ -1,0 +1,99 @@
+// Plug-in hooks through a recording plug-in generated for M_Watchdog: senders call `_ToPlugin` after each
+// send (with the dispose flag), observers hand every plug-in an injector at creation, and a plug-in that
+// lacks a hook makes the facade's creation fail with the loader's text.
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+#include "kelva/actors/Session.h"
+#include "vantrel/M_Watchdog.h"
+#include "vantrel/test/Support.h"
+
+namespace {
+
+kelva::config::Config withPlugin(const char* path) {
+    kelva::config::Config config;
+    config.plugins.push_back({"recorder", path});
+    return config;
+}
+
+// The plug-in's own reporting functions, reached through a loader of our own (same library, same state).
+struct PluginProbe {
+    kelva::base::PluginLoader loader;
+    explicit PluginProbe(const char* path) { loader.load("probe", path); }
+    std::vector<std::string> records() const {
+        auto count = loader.loadFunc<std::size_t (*)()>("probe", "vantrel_plugin_record_count");
+        auto at = loader.loadFunc<const char* (*)(std::size_t)>("probe", "vantrel_plugin_record");
+        std::vector<std::string> out;
+        for (std::size_t i = 0; i < count(); ++i) out.push_back(at(i));
+        return out;
+    }
+    bool inject(const char* operation, const char* sender) const {
+        return loader.loadFunc<bool (*)(const char*, const char*)>("probe", "vantrel_plugin_inject")(operation, sender);
+    }
+    void reset() const { loader.loadFunc<void (*)()>("probe", "vantrel_plugin_reset")(); }
+    bool has(const std::string& line) const {
+        for (const auto& r : records())
+            if (r == line) return true;
+        return false;
+    }
+};
+
+struct Watchdog : M_Watchdog::IService {
+    std::mutex mutex;
+    std::vector<std::string> watched;
+    void ConfigWatch(const std::string& client, const std::string&, const M_Common::StringListType&, bool dispose) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        watched.push_back(client + (dispose ? " dispose" : ""));
+    }
+};
+
+TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
+    PluginProbe probe(WATCHDOG_PLUGIN);
+    probe.reset();
+    const auto config = withPlugin(WATCHDOG_PLUGIN);
+    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    Watchdog watchdog;
+    auto service = M_Watchdog::Service::create(serviceSession, "watchdog", watchdog);
+    EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_FromPlugin " + service.actorInfo().actorId));
+
+    auto client = M_Watchdog::Client::createWriteOnly(clientSession, "console");
+    const std::string clientId = client.actorInfo().actorId;
+    client.waitUntilConnected();
+    client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
+    EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId));
+    client->ConfigWatch("camera-app", "M_Camera", {}, true);
+    EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId + " dispose"));
+    ASSERT_TRUE(vantrel::test::waitUntil([&] {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        return watchdog.watched.size() == 2;
+    }));
+
+    // An injected call reaches the application at once, on the injecting thread.
+    ASSERT_TRUE(probe.inject("IService_ConfigWatch", "plugin-sender"));
+    {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        ASSERT_EQ(watchdog.watched.size(), 3u);
+        EXPECT_EQ(watchdog.watched.back(), "");  // default arguments, dispose false
+    }
+    service.invalidate();
+    probe.reset();  // the injectors die with the observer
+}
+
+TEST(PluginHooks, APluginLackingAHookStopsCreationWithTheLoadersText) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(WATCHDOG_PLUGIN_LACKING));
+    try {
+        auto client = M_Watchdog::Client::createWriteOnly(session, "console");
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& e) {
+        const std::string text = e.what();
+        EXPECT_EQ(text.rfind("Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin", 0), 0u) << text;
+    }
+    // The service side needs only the hooks that are there.
+    Watchdog watchdog;
+    auto service = M_Watchdog::Service::create(session, "watchdog", watchdog);
+    EXPECT_TRUE(service.isValid());
+}
+
+}  // namespace
