@@ -1,7 +1,7 @@
 // Alert demo: an alert service and a client in two processes on loopback.
 //   alert_demo service <domain> <seconds>   answers alarms with logs and a status
 //   alert_demo client  <domain>             raises, acknowledges and clears alarms
-// Both print what they receive; the toolkit's debug lines show each received sample in its text form.
+// Both print what they receive in its text form.
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -37,7 +37,7 @@ public:
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
         std::lock_guard<std::mutex> lock(m_mutex);
         const std::string id = "ALM-" + std::to_string(++m_next);
-        std::cout << "service: raise " << condition.ComponentName << "/" << condition.Measure << " -> " << id << std::endl;
+        std::cout << "service: raise " << M_Alert::toText(condition) << " -> " << id << std::endl;
         M_Alert::AlarmLogType log;
         log.Status = M_Alert::AlarmStatusKind::Active;
         log.Condition = condition;
@@ -94,12 +94,11 @@ public:
             logs.erase(id);
             return;
         }
-        std::cout << "client: alarm " << id << " " << log.Condition.ComponentName
-                  << (log.IsAcknowledged ? " acknowledged" : " active") << std::endl;
+        std::cout << "client: alarm " << id << " " << M_Alert::toText(log) << std::endl;
         logs[id] = log;
     }
     void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override {
-        std::cout << "client: status, active warnings " << status.NumberOfActiveWarningAlarms << std::endl;
+        std::cout << "client: status " << M_Alert::toText(status) << std::endl;
         activeWarnings = status.NumberOfActiveWarningAlarms;
         statusSeen = true;
     }

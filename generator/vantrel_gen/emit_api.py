@@ -171,6 +171,13 @@ def emit_public_header(mod: Module) -> str:
             out += [f"using {d.name} = {api_type(d.type)};", ""]
         else:
             out += _value_type(d.name, d.members) + [""]
+    if mod.structs or mod.enums:
+        out.append("// The text form of a value, as log lines show it on the wire: \"[Azimuth: 12.5, Elevation: 3, Range: [100]]\".")
+        for e in mod.enums:
+            out.append(f"std::string toText({e.name}::Type value);")
+        for st in mod.structs:
+            out.append(f"std::string toText(const {st.name}& value);")
+        out.append("")
     if mod.has_interfaces:
         out.append("// Parameter packs: the arguments of each operation, in order.")
         for iface in ("IService", "IClient"):

@@ -67,7 +67,7 @@ def emit_wire_header(mod: Module) -> str:
 
 def emit_wire_source(mod: Module) -> str:
     out = [HEADER_NOTE.format(file=mod.file.split("/")[-1]),
-           f"#include \"intern/vantrel/wire/{mod.name}Wire.h\"", "",
+           f"#include \"intern/vantrel/wire/{mod.name}Wire.h\"", "", "#include <sstream>", "",
            "using vantrel::frame::fromWire;", "using vantrel::frame::print;", "using vantrel::frame::toWire;", ""]
     for st in mod.structs:
         w, a = wire_struct(mod.name, st.name), f"::{mod.name}::{st.name}"
@@ -85,6 +85,19 @@ def emit_wire_source(mod: Module) -> str:
         out.append("    os << '[';")
         out += _print_members(st.members, "v")
         out += ["    os << ']';", "}", ""]
+    for e in mod.enums:
+        out += [f"std::string {mod.name}::toText({e.name}::Type value) {{",
+                f"    std::ostringstream os;",
+                f"    print(os, static_cast<{wire_enum(mod.name, e.name)}>(value));",
+                "    return os.str();", "}", ""]
+    for st in mod.structs:
+        out += [f"std::string {mod.name}::toText(const {st.name}& value) {{",
+                "    vantrel::frame::Scratch s;",
+                f"    {wire_struct(mod.name, st.name)} wire{{}};",
+                f"    toWire(wire, value, s, \"{mod.name}::{st.name}\");",
+                "    std::ostringstream os;",
+                "    print(os, wire);",
+                "    return os.str();", "}", ""]
     for msg in all_messages(mod):
         out.append(f"void print(std::ostream& os, const {wire_message(msg)}& v) {{")
         out.append("    os << '[';")

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -126,6 +127,37 @@ TEST_F(AlertEndToEnd, CallbackMapDispatchesTypedWrappersAndReportsMissingOrWrong
         return log.count(kelva::utils::log::Level::error, "No callback found for CmdRaiseAlarm") == 1 &&
                log.count(kelva::utils::log::Level::error, "Callback for CmdClearAlarm has wrong type or is null!") == 2;
     }));
+}
+
+TEST_F(AlertEndToEnd, AnEmptyMethodsListReadsNothingAndSaysSo) {
+    vantrel::test::LogCapture log(kelva::utils::log::Level::warn);
+    std::atomic<int> calls{0};
+    kelva::utils::callback::Wrapper<M_Alert::IService, const M_Alert::AlarmConditionInfoType&> raise(
+        [&](const M_Alert::AlarmConditionInfoType&) { ++calls; });
+    vantrel::CallbackMap callbacks{{"CmdRaiseAlarm", {&raise}}};
+    auto service = M_Alert::Service::create(serviceSession, "alert-service", callbacks, {});
+    EXPECT_EQ(log.count(kelva::utils::log::Level::warn, "no single overridden method detected."), 1u);
+    EXPECT_TRUE(service.actorInfo().methodsRead.empty());
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());  // no reader: waits out the first-write timeout
+    EXPECT_FALSE(waitUntil([&] { return calls > 0; }, std::chrono::milliseconds(300)));
+}
+
+TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
+    kelva::config::Config config;
+    config.firstWriteTimeoutMs = 300;
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    auto client = M_Alert::Client::createWriteOnly(session, "console");
+    using Clock = std::chrono::steady_clock;
+    auto start = Clock::now();
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
+    const auto first = Clock::now() - start;
+    start = Clock::now();
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
+    const auto second = Clock::now() - start;
+    EXPECT_GE(first, std::chrono::milliseconds(250));
+    EXPECT_LT(first, std::chrono::seconds(5));
+    EXPECT_LT(second, std::chrono::milliseconds(250));  // a bound, not a measurement: no wait at all
 }
 
 TEST(AlertFacadeMisuse, ExactTextsAndIdempotentInvalidate) {

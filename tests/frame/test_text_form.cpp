@@ -30,6 +30,15 @@ TEST(TextForm, NestedOptionalEnumerationAndEmptyList) {
               "Type::Critical_Warning, TimeRaised: [Seconds: 0, Nanoseconds: 0], TimeAcknowledged: []]");
 }
 
+TEST(TextForm, PublicToTextMatchesTheWireRendering) {
+    EXPECT_EQ(M_Common::toText(M_Common::SphericalPositionType(12.5, 3, {100})),
+              "[Azimuth: 12.5, Elevation: 3, Range: [100]]");
+    EXPECT_EQ(M_Alert::toText(M_Alert::AlarmCategoryKind::Caution), "Type::Caution");
+    M_Alert::AlertSettingsType settings;
+    settings.ThreatNotifyingTone = {M_Alert::AudioToneInfoType(), M_Alert::AudioToneInfoType()};
+    EXPECT_THROW(M_Alert::toText(settings), std::invalid_argument);  // cannot go on the wire
+}
+
 TEST(TextForm, ByteSequenceRendersRawCharacters) {
     VendorData_M_Common_ByteSeqType bytes{};
     std::vector<uint8_t> data{'a', 'b', 'c'};
