@@ -1,0 +1,930 @@
+// vantrel-bench: the frame (module facades) against raw ddsc with the same idlc types and the same QoS, on
+// loopback. Without arguments it runs every part and prints a table of ratios:
+//   throughput  one writer process, one reader process: CmdRaiseAlarm (small), ReportAlertStatus (large)
+//   round trip  CmdRaiseAlarm answered by ReportAlarmLog (client -> service -> client)
+//   send path   in-process cost of one call without a reader: time and heap allocations per call
+//   start-up    the client and service of every module in one process; two processes matching
+// Every part warms up, repeats, and reports the median with the spread [min..max] over repetitions. The
+// two-process parts run this binary again as their peer ("vantrel-bench peer <role> ..."); the peer talks
+// to the parent over its stdin/stdout and ends when its stdin closes.
+#include <dds/dds.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "AllModules.h"
+#include "M_Alert.h"  // the idlc C types
+#include "kelva/actors/Session.h"
+#include "kelva/actors/SessionImpl.h"
+#include "kelva/config/Config.h"
+#include "vantrel/M_Alert.h"
+
+extern char** environ;
+
+// ---- Heap allocations per thread: every operator new, and every malloc/calloc/realloc (C and C++) ----
+
+namespace {
+thread_local std::uint64_t t_news = 0;
+thread_local std::uint64_t t_mallocs = 0;
+}  // namespace
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void __libc_free(void*);
+void* malloc(std::size_t n) noexcept {
+    ++t_mallocs;
+    return __libc_malloc(n);
+}
+void* calloc(std::size_t n, std::size_t size) noexcept {
+    ++t_mallocs;
+    return __libc_calloc(n, size);
+}
+void* realloc(void* p, std::size_t n) noexcept {
+    ++t_mallocs;
+    return __libc_realloc(p, n);
+}
+void free(void* p) noexcept { __libc_free(p); }
+}
+#endif
+
+void* operator new(std::size_t n) {
+    ++t_news;
+    if (void* p = std::malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t n) { return ::operator new(n); }
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using kelva::actors::Session;
+
+double secondsSince(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
+
+// ---- Statistics ----
+
+struct Summary {
+    double median = 0, lo = 0, hi = 0;
+};
+
+double quantile(std::vector<double> v, double q) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    const double pos = q * static_cast<double>(v.size() - 1);
+    const auto i = static_cast<std::size_t>(pos);
+    const double frac = pos - static_cast<double>(i);
+    return i + 1 < v.size() ? v[i] * (1 - frac) + v[i + 1] * frac : v[i];
+}
+
+Summary summarize(const std::vector<double>& v) {
+    if (v.empty()) return {};
+    return {quantile(v, 0.5), *std::min_element(v.begin(), v.end()), *std::max_element(v.begin(), v.end())};
+}
+
+// ---- Sessions and raw entities with the toolkit's default QoS ----
+
+std::shared_ptr<Session> makeSession(int domain, int firstWriteTimeoutMs = 2000) {
+    kelva::config::Config config;  // the defaults, whatever KELVA_CONFIG says: the raw side copies them
+    config.logLevel = kelva::utils::log::Level::error;
+    config.firstWriteTimeoutMs = firstWriteTimeoutMs;
+    return std::make_shared<Session>(domain, config);
+}
+
+// Reliable (blocking at most 1 s) everywhere; "*_IClient_Report*" transient-local keep-last 1, the rest
+// volatile keep-all; writers do not dispose when they unregister.
+dds_qos_t* rawQos(const char* topicName, bool forWriter) {
+    const bool state = std::strstr(topicName, "_IClient_Report") != nullptr;
+    dds_qos_t* qos = dds_create_qos();
+    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_MSECS(1000));
+    dds_qset_durability(qos, state ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
+    if (state) dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+    else dds_qset_history(qos, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
+    if (forWriter) dds_qset_writer_data_lifecycle(qos, false);
+    return qos;
+}
+
+void check(dds_return_t rc, const char* what) {
+    if (rc < 0) throw std::runtime_error(std::string(what) + ": " + dds_strretcode(rc));
+}
+
+dds_entity_t rawTopic(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* name) {
+    dds_qos_t* qos = rawQos(name, false);
+    const dds_entity_t topic = dds_create_topic(participant, desc, name, qos, nullptr);
+    dds_delete_qos(qos);
+    check(topic, "dds_create_topic");
+    return topic;
+}
+
+dds_entity_t rawWriter(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* name) {
+    dds_qos_t* qos = rawQos(name, true);
+    const dds_entity_t writer = dds_create_writer(participant, rawTopic(participant, desc, name), qos, nullptr);
+    dds_delete_qos(qos);
+    check(writer, "dds_create_writer");
+    return writer;
+}
+
+void waitForReader(dds_entity_t writer) {
+    const auto t0 = Clock::now();
+    dds_publication_matched_status_t st{};
+    while (dds_get_publication_matched_status(writer, &st) == DDS_RETCODE_OK && st.current_count == 0) {
+        if (secondsSince(t0) > 20) throw std::runtime_error("raw writer: no reader matched in 20 s");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+// A raw reader with its own thread, like the toolkit's dispatcher: a waitset on a read condition, samples
+// taken as loans in batches of 16, valid data handed to `onSample`.
+class RawReader {
+public:
+    RawReader(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* name,
+              std::function<void(const void*)> onSample)
+        : m_onSample(std::move(onSample)) {
+        dds_qos_t* qos = rawQos(name, false);
+        m_reader = dds_create_reader(participant, rawTopic(participant, desc, name), qos, nullptr);
+        dds_delete_qos(qos);
+        check(m_reader, "dds_create_reader");
+        m_condition = dds_create_readcondition(m_reader, DDS_ANY_STATE);
+        m_waitset = dds_create_waitset(participant);
+        m_wakeup = dds_create_guardcondition(participant);
+        check(dds_waitset_attach(m_waitset, m_condition, 0), "dds_waitset_attach");
+        check(dds_waitset_attach(m_waitset, m_wakeup, 0), "dds_waitset_attach");
+        m_thread = std::thread([this] { run(); });
+    }
+    ~RawReader() {
+        m_stop = true;
+        dds_set_guardcondition(m_wakeup, true);
+        m_thread.join();
+        dds_delete(m_waitset);
+        dds_delete(m_wakeup);
+        dds_delete(m_reader);
+    }
+
+private:
+    void run() {
+        while (!m_stop) {
+            dds_waitset_wait(m_waitset, nullptr, 0, DDS_INFINITY);
+            void* samples[16];
+            dds_sample_info_t infos[16];
+            for (;;) {
+                samples[0] = nullptr;
+                const dds_return_t n = dds_take(m_condition, samples, infos, 16, 16);
+                if (n <= 0) break;
+                for (dds_return_t i = 0; i < n; ++i)
+                    if (infos[i].valid_data) m_onSample(samples[i]);
+                dds_return_loan(m_reader, samples, n);
+            }
+        }
+    }
+
+    std::function<void(const void*)> m_onSample;
+    dds_entity_t m_reader = 0, m_condition = 0, m_waitset = 0, m_wakeup = 0;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+// ---- The messages ----
+
+M_Alert::AlarmConditionInfoType smallCondition() {
+    return M_Alert::AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "battery voltage below limit");
+}
+
+constexpr int kLargeEntries = 300;
+
+M_Alert::AlertStatusType largeStatus() {
+    M_Alert::AlertStatusType status;
+    for (int i = 0; i < kLargeEntries; ++i) {
+        const std::string n = std::to_string(i);
+        status.AlarmConditionStatusList.emplace_back(
+            M_Alert::AlarmConditionInfoType("Subsystem" + n, "Component" + n, "Measure", "Nature", "alarm " + n),
+            M_Alert::AlarmCategoryKind::Warning, "Warning", "Condition" + n, false, false);
+    }
+    status.NumberOfActiveWarningAlarms = kLargeEntries;
+    return status;
+}
+
+VendorData_M_Alert_AlarmConditionInfoType wireOf(const M_Alert::AlarmConditionInfoType& c) {
+    auto p = [](const std::string& s) { return const_cast<char*>(s.c_str()); };
+    return {p(c.SubsystemName), p(c.ComponentName), p(c.Measure), p(c.Nature), p(c.AlarmDescription)};
+}
+
+// The raw large message points at the API value's strings; the element array lives in `elements`.
+VendorData_M_Alert_IClient_ReportAlertStatus wireOf(const M_Alert::AlertStatusType& s, const char* actor,
+                                                    std::vector<VendorData_M_Alert_AlarmConditionStatusType>& elements) {
+    elements.clear();
+    for (const auto& e : s.AlarmConditionStatusList)
+        elements.push_back({wireOf(e.ConditionInfo), static_cast<VendorData_M_Alert_AlarmCategoryKind_Type>(e.Category),
+                            const_cast<char*>(e.CategoryName.c_str()), const_cast<char*>(e.ConditionName.c_str()),
+                            e.HasMultipleInstances, e.IsOverridden});
+    VendorData_M_Alert_IClient_ReportAlertStatus m{};
+    m.kelva_sending_actor = const_cast<char*>(actor);
+    m.Status.AlarmConditionStatusList = {static_cast<uint32_t>(elements.size()), static_cast<uint32_t>(elements.size()),
+                                         elements.data(), false};
+    m.Status.NumberOfActiveWarningAlarms = s.NumberOfActiveWarningAlarms;
+    return m;
+}
+
+const char* const kRawActor = "bench-raw-actor";
+const char* const kSmallTopic = "M_Alert_IService_CmdRaiseAlarm";
+const char* const kLargeTopic = "M_Alert_IClient_ReportAlertStatus";
+const char* const kLogTopic = "M_Alert_IClient_ReportAlarmLog";
+
+// ---- The peer process ----
+
+void say(const std::string& line) {
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+void waitForStdinEof() {
+    char buffer[64];
+    while (read(0, buffer, sizeof buffer) > 0) {
+    }
+}
+
+class Peer {
+public:
+    explicit Peer(const std::vector<std::string>& args) {
+        int toChild[2], fromChild[2];
+        if (pipe(toChild) != 0 || pipe(fromChild) != 0) throw std::runtime_error("pipe failed");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, toChild[0], 0);
+        posix_spawn_file_actions_adddup2(&actions, fromChild[1], 1);
+        for (int fd : {toChild[0], toChild[1], fromChild[0], fromChild[1]}) posix_spawn_file_actions_addclose(&actions, fd);
+        std::vector<std::string> all{"/proc/self/exe", "peer"};
+        all.insert(all.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& a : all) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        const int rc = posix_spawn(&m_pid, "/proc/self/exe", &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(toChild[0]);
+        close(fromChild[1]);
+        m_in = toChild[1];
+        m_out = fromChild[0];
+        if (rc != 0) throw std::runtime_error("posix_spawn failed");
+    }
+    ~Peer() {
+        close(m_in);  // the peer ends when its stdin closes
+        for (int i = 0; i < 200; ++i) {
+            if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
+                close(m_out);
+                return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+        close(m_out);
+    }
+
+    // The next line the peer printed, or "" after `timeoutMs` without one.
+    std::string line(int timeoutMs) {
+        const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        for (;;) {
+            const auto nl = m_buffer.find('\n');
+            if (nl != std::string::npos) {
+                std::string l = m_buffer.substr(0, nl);
+                m_buffer.erase(0, nl + 1);
+                return l;
+            }
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0) return "";
+            pollfd p{m_out, POLLIN, 0};
+            if (poll(&p, 1, static_cast<int>(left)) <= 0) continue;
+            char chunk[256];
+            const ssize_t n = read(m_out, chunk, sizeof chunk);
+            if (n <= 0) throw std::runtime_error("peer ended unexpectedly");
+            m_buffer.append(chunk, static_cast<std::size_t>(n));
+        }
+    }
+    // Skips lines until one starts with `prefix`; throws after `timeoutMs`.
+    std::string expect(const std::string& prefix, int timeoutMs) {
+        const auto t0 = Clock::now();
+        while (secondsSince(t0) * 1000 < timeoutMs) {
+            std::string l = line(timeoutMs);
+            if (l.rfind(prefix, 0) == 0) return l;
+        }
+        throw std::runtime_error("peer: no \"" + prefix + "\" within " + std::to_string(timeoutMs) + " ms");
+    }
+
+private:
+    pid_t m_pid = 0;
+    int m_in = -1, m_out = -1;
+    std::string m_buffer;
+};
+
+// ---- 1. Throughput ----
+
+// The writer's side: send(marker, id) writes one message; the marker ends a batch and carries its id.
+struct Source {
+    virtual ~Source() = default;
+    virtual void send(bool marker, int id) = 0;
+};
+
+struct FrameSmallSource final : Source {
+    std::shared_ptr<Session> session;
+    M_Alert::Client client;
+    M_Alert::AlarmConditionInfoType value = smallCondition(), marker = smallCondition();
+    explicit FrameSmallSource(int domain) : session(makeSession(domain)), client(M_Alert::Client::createWriteOnly(session, "bench-writer")) {
+        marker.Measure = "end";
+    }
+    void send(bool isMarker, int id) override {
+        if (!isMarker) return client->CmdRaiseAlarm(value);
+        marker.Nature = std::to_string(id);
+        client->CmdRaiseAlarm(marker);
+    }
+};
+
+struct RawSmallSource final : Source {
+    dds_entity_t participant, writer;
+    M_Alert::AlarmConditionInfoType value = smallCondition(), marker = smallCondition();
+    VendorData_M_Alert_IService_CmdRaiseAlarm message{}, markerMessage{};
+    explicit RawSmallSource(int domain)
+        : participant(dds_create_participant(domain, nullptr, nullptr)),
+          writer(rawWriter(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, kSmallTopic)) {
+        marker.Measure = "end";
+        message = {const_cast<char*>(kRawActor), wireOf(value)};
+    }
+    ~RawSmallSource() override { dds_delete(participant); }
+    void send(bool isMarker, int id) override {
+        if (!isMarker) {
+            check(dds_write(writer, &message), "dds_write");
+            return;
+        }
+        marker.Nature = std::to_string(id);
+        markerMessage = {const_cast<char*>(kRawActor), wireOf(marker)};
+        check(dds_write(writer, &markerMessage), "dds_write");
+    }
+};
+
+struct FrameLargeSource final : Source {
+    std::shared_ptr<Session> session;
+    M_Alert::Service service;
+    M_Alert::AlertStatusType value = largeStatus(), marker = largeStatus();
+    explicit FrameLargeSource(int domain) : session(makeSession(domain)), service(M_Alert::Service::createWriteOnly(session, "bench-writer")) {}
+    void send(bool isMarker, int id) override {
+        if (!isMarker) return service->ReportAlertStatus(value, false);
+        marker.NumberOfActiveThreatAlerts = static_cast<uint32_t>(id);
+        service->ReportAlertStatus(marker, false);
+    }
+};
+
+struct RawLargeSource final : Source {
+    dds_entity_t participant, writer;
+    M_Alert::AlertStatusType value = largeStatus();
+    std::vector<VendorData_M_Alert_AlarmConditionStatusType> elements;
+    VendorData_M_Alert_IClient_ReportAlertStatus message{};
+    explicit RawLargeSource(int domain)
+        : participant(dds_create_participant(domain, nullptr, nullptr)),
+          writer(rawWriter(participant, &VendorData_M_Alert_IClient_ReportAlertStatus_desc, kLargeTopic)) {
+        message = wireOf(value, kRawActor, elements);
+    }
+    ~RawLargeSource() override { dds_delete(participant); }
+    void send(bool isMarker, int id) override {
+        message.Status.NumberOfActiveThreatAlerts = isMarker ? static_cast<uint32_t>(id) : 0;
+        check(dds_write(writer, &message), "dds_write");
+    }
+};
+
+// The reader's side (peer): counts messages and answers each marker with "ack <id> <count>".
+struct Counter {
+    std::atomic<long> count{0};
+    void onMessage(const char* markerId) {
+        const long n = ++count;
+        if (markerId) {
+            count -= n;
+            say("ack " + std::string(markerId) + " " + std::to_string(n));
+        }
+    }
+};
+
+int peerSink(const std::string& variant, const std::string& size, int domain) {
+    Counter counter;
+    struct SmallImpl : M_Alert::IService {
+        Counter* c;
+        void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& v) override {
+            c->onMessage(v.Measure == "end" ? v.Nature.c_str() : nullptr);
+        }
+    } smallImpl;
+    struct LargeImpl : M_Alert::IClient {
+        Counter* c;
+        void ReportAlertStatus(const M_Alert::AlertStatusType& v, bool) override {
+            const std::string id = std::to_string(v.NumberOfActiveThreatAlerts);
+            c->onMessage(v.NumberOfActiveThreatAlerts ? id.c_str() : nullptr);
+        }
+    } largeImpl;
+    smallImpl.c = largeImpl.c = &counter;
+    if (variant == "frame") {
+        auto session = makeSession(domain);
+        M_Alert::Service service;
+        M_Alert::Client client;
+        if (size == "small") service = M_Alert::Service::create(session, "bench-reader", smallImpl);
+        else client = M_Alert::Client::create(session, "bench-reader", largeImpl);
+        say("ready");
+        waitForStdinEof();
+        return 0;
+    }
+    const dds_entity_t participant = dds_create_participant(domain, nullptr, nullptr);
+    {
+        std::unique_ptr<RawReader> reader;
+        if (size == "small") {
+            reader = std::make_unique<RawReader>(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, kSmallTopic, [&](const void* s) {
+                const auto& m = *static_cast<const VendorData_M_Alert_IService_CmdRaiseAlarm*>(s);
+                counter.onMessage(std::strcmp(m.Condition.Measure, "end") == 0 ? m.Condition.Nature : nullptr);
+            });
+        } else {
+            reader = std::make_unique<RawReader>(participant, &VendorData_M_Alert_IClient_ReportAlertStatus_desc, kLargeTopic, [&](const void* s) {
+                const auto& m = *static_cast<const VendorData_M_Alert_IClient_ReportAlertStatus*>(s);
+                const std::string id = std::to_string(m.Status.NumberOfActiveThreatAlerts);
+                counter.onMessage(m.Status.NumberOfActiveThreatAlerts ? id.c_str() : nullptr);
+            });
+        }
+        say("ready");
+        waitForStdinEof();
+    }
+    dds_delete(participant);
+    return 0;
+}
+
+// Messages per second of each repetition: a batch of `n` messages, timed from its first write until the
+// reader acknowledged its last. Keep-all topics must deliver every message.
+std::vector<double> throughput(const std::string& variant, const std::string& size, int domain, int n, int reps) {
+    Peer peer({"sink", variant, size, std::to_string(domain)});
+    peer.expect("ready", 20000);
+    std::unique_ptr<Source> source;
+    if (variant == "frame") source = size == "small" ? std::unique_ptr<Source>(new FrameSmallSource(domain)) : std::unique_ptr<Source>(new FrameLargeSource(domain));
+    else source = size == "small" ? std::unique_ptr<Source>(new RawSmallSource(domain)) : std::unique_ptr<Source>(new RawLargeSource(domain));
+    // Until both sides have discovered each other, markers may go unheard: repeat one until it is answered.
+    int id = 1;
+    for (const auto t0 = Clock::now();; ++id) {
+        source->send(true, id);
+        if (peer.line(50).rfind("ack", 0) == 0) break;
+        if (secondsSince(t0) > 20) throw std::runtime_error("throughput: the reader never answered");
+    }
+    std::vector<double> rates;
+    for (int rep = -1; rep < reps; ++rep) {  // repetition -1 warms up
+        ++id;
+        const auto t0 = Clock::now();
+        for (int i = 1; i < n; ++i) source->send(false, 0);
+        source->send(true, id);
+        const std::string want = "ack " + std::to_string(id) + " ";
+        std::string ack;
+        while ((ack = peer.expect("ack", 60000)).rfind(want, 0) != 0) {
+        }
+        const double seconds = secondsSince(t0);
+        const long received = std::stol(ack.substr(want.size()));
+        if (size == "small" && received != n)
+            throw std::runtime_error("throughput: " + std::to_string(received) + " of " + std::to_string(n) + " received");
+        if (rep >= 0) rates.push_back(n / seconds);
+    }
+    return rates;
+}
+
+// ---- 2. Round trip ----
+
+// Ping-pong driven from the receiving thread: each reply with the expected sequence number records its
+// latency and sends the next command.
+class PingPong {
+public:
+    std::function<void(uint32_t)> send;
+
+    // Latencies in microseconds of `count` round trips; fewer if the time runs out.
+    std::vector<double> run(int count, int timeoutMs) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_latencies.clear();
+        m_latencies.reserve(static_cast<std::size_t>(count));
+        m_remaining = count;
+        ++m_seq;
+        m_t0 = Clock::now();
+        send(m_seq);
+        m_done.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_remaining == 0; });
+        m_remaining = 0;
+        return m_latencies;
+    }
+
+    void onReply(uint32_t seq) {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (seq != m_seq || m_remaining == 0) return;
+        m_latencies.push_back(std::chrono::duration<double, std::micro>(Clock::now() - m_t0).count());
+        if (--m_remaining == 0) return m_done.notify_all();
+        ++m_seq;
+        m_t0 = Clock::now();
+        send(m_seq);
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_done;
+    std::vector<double> m_latencies;
+    int m_remaining = 0;
+    uint32_t m_seq = 0;
+    Clock::time_point m_t0;
+};
+
+// The service's side (peer): answers each CmdRaiseAlarm with a ReportAlarmLog holding its condition.
+int peerEcho(const std::string& variant, int domain) {
+    if (variant == "frame") {
+        struct Echo : M_Alert::IService {
+            std::atomic<M_Alert::Service*> service{nullptr};
+            M_Alert::AlarmLogType log;
+            void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& c) override {
+                log.Condition = c;
+                (*service.load())->ReportAlarmLog("A1", log, false);
+            }
+        } echo;
+        auto session = makeSession(domain);
+        auto service = M_Alert::Service::create(session, "bench-echo", echo);
+        echo.service = &service;
+        say("ready");
+        waitForStdinEof();
+        return 0;
+    }
+    const dds_entity_t participant = dds_create_participant(domain, nullptr, nullptr);
+    {
+        const dds_entity_t writer = rawWriter(participant, &VendorData_M_Alert_IClient_ReportAlarmLog_desc, kLogTopic);
+        RawReader reader(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, kSmallTopic, [&](const void* s) {
+            VendorData_M_Alert_IClient_ReportAlarmLog reply{};
+            reply.kelva_sending_actor = const_cast<char*>(kRawActor);
+            reply.KeyAlarmId = const_cast<char*>("A1");
+            reply.Alarm.Condition = static_cast<const VendorData_M_Alert_IService_CmdRaiseAlarm*>(s)->Condition;
+            check(dds_write(writer, &reply), "dds_write");
+        });
+        say("ready");
+        waitForStdinEof();
+    }
+    dds_delete(participant);
+    return 0;
+}
+
+struct RoundTrip {
+    std::vector<double> medians, p99s;
+};
+
+RoundTrip roundTrip(const std::string& variant, int domain, int count, int reps) {
+    Peer peer({"echo", variant, std::to_string(domain)});
+    peer.expect("ready", 20000);
+    PingPong pingPong;
+    M_Alert::AlarmConditionInfoType condition = smallCondition();
+    struct Replies : M_Alert::IClient {
+        PingPong* p;
+        void ReportAlarmLog(const std::string&, const M_Alert::AlarmLogType& log, bool) override {
+            p->onReply(static_cast<uint32_t>(std::strtoul(log.Condition.Nature.c_str(), nullptr, 10)));
+        }
+    } replies;
+    replies.p = &pingPong;
+    std::shared_ptr<Session> session;
+    M_Alert::Client client;  // after `replies`, which it calls
+    dds_entity_t participant = 0, writer = 0;
+    std::unique_ptr<RawReader> reader;
+    VendorData_M_Alert_IService_CmdRaiseAlarm message{};
+    char seqText[16];
+    if (variant == "frame") {
+        session = makeSession(domain);
+        client = M_Alert::Client::create(session, "bench-rt", replies);
+        pingPong.send = [&](uint32_t seq) {
+            condition.Nature = std::to_string(seq);
+            client->CmdRaiseAlarm(condition);
+        };
+    } else {
+        participant = dds_create_participant(domain, nullptr, nullptr);
+        writer = rawWriter(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, kSmallTopic);
+        reader = std::make_unique<RawReader>(participant, &VendorData_M_Alert_IClient_ReportAlarmLog_desc, kLogTopic, [&](const void* s) {
+            const auto& m = *static_cast<const VendorData_M_Alert_IClient_ReportAlarmLog*>(s);
+            pingPong.onReply(static_cast<uint32_t>(std::strtoul(m.Alarm.Condition.Nature, nullptr, 10)));
+        });
+        message = {const_cast<char*>(kRawActor), wireOf(condition)};
+        pingPong.send = [&](uint32_t seq) {
+            std::snprintf(seqText, sizeof seqText, "%u", seq);
+            message.Condition.Nature = seqText;
+            check(dds_write(writer, &message), "dds_write");
+        };
+        waitForReader(writer);
+    }
+    // Until both sides have discovered each other, a command or its reply may go unheard: retry.
+    for (const auto t0 = Clock::now(); pingPong.run(1, 100).empty();)
+        if (secondsSince(t0) > 20) throw std::runtime_error("round trip: no reply");
+    RoundTrip result;
+    pingPong.run(count / 4, 30000);  // warm-up
+    for (int rep = 0; rep < reps; ++rep) {
+        const auto latencies = pingPong.run(count, 60000);
+        if (static_cast<int>(latencies.size()) != count) throw std::runtime_error("round trip: replies missing");
+        result.medians.push_back(quantile(latencies, 0.5));
+        result.p99s.push_back(quantile(latencies, 0.99));
+    }
+    reader.reset();
+    if (participant) dds_delete(participant);
+    return result;
+}
+
+// ---- 3. The send path in-process ----
+
+struct CallCost {
+    std::vector<double> ns, news, mallocs;  // per call, one value per repetition
+};
+
+template <class Call>
+CallCost callCost(Call&& call, int n, int reps) {
+    for (int i = 0; i < n; ++i) call();  // warm-up (and the first call's bounded wait, here 0 ms)
+    CallCost cost;
+    for (int rep = 0; rep < reps; ++rep) {
+        const std::uint64_t news0 = t_news, mallocs0 = t_mallocs;
+        const auto t0 = Clock::now();
+        for (int i = 0; i < n; ++i) call();
+        const double seconds = secondsSince(t0);
+        cost.ns.push_back(seconds * 1e9 / n);
+        cost.news.push_back(static_cast<double>(t_news - news0) / n);
+        cost.mallocs.push_back(static_cast<double>(t_mallocs - mallocs0) / n);
+    }
+    return cost;
+}
+
+struct SendCosts {
+    CallCost frameSmall, rawSmall, frameLarge, rawLarge;
+};
+
+SendCosts sendPath(int frameDomain, int rawDomain, int reps) {
+    SendCosts costs;
+    {
+        auto session = makeSession(frameDomain, /*firstWriteTimeoutMs=*/0);
+        auto client = M_Alert::Client::createWriteOnly(session, "bench-send");
+        auto service = M_Alert::Service::createWriteOnly(session, "bench-send-service");
+        const auto condition = smallCondition();
+        const auto status = largeStatus();
+        costs.frameSmall = callCost([&] { client->CmdRaiseAlarm(condition); }, 20000, reps);
+        costs.frameLarge = callCost([&] { service->ReportAlertStatus(status, false); }, 1000, reps);
+    }
+    const dds_entity_t participant = dds_create_participant(rawDomain, nullptr, nullptr);
+    const dds_entity_t small = rawWriter(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, kSmallTopic);
+    const dds_entity_t large = rawWriter(participant, &VendorData_M_Alert_IClient_ReportAlertStatus_desc, kLargeTopic);
+    const auto condition = smallCondition();
+    const auto status = largeStatus();
+    const VendorData_M_Alert_IService_CmdRaiseAlarm smallMessage{const_cast<char*>(kRawActor), wireOf(condition)};
+    std::vector<VendorData_M_Alert_AlarmConditionStatusType> elements;
+    const auto largeMessage = wireOf(status, kRawActor, elements);
+    costs.rawSmall = callCost([&] { check(dds_write(small, &smallMessage), "dds_write"); }, 20000, reps);
+    costs.rawLarge = callCost([&] { check(dds_write(large, &largeMessage), "dds_write"); }, 1000, reps);
+    dds_delete(participant);
+    return costs;
+}
+
+// ---- 4. Start-up at full scale ----
+
+long residentKiB() {
+    std::ifstream statm("/proc/self/statm");
+    long pages = 0, resident = 0;
+    statm >> pages >> resident;
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+struct Endpoints {
+    int total = 0, matched = 0;
+};
+
+// The module endpoints (topics "M_...") of a participant and how many of them have a match.
+Endpoints moduleEndpoints(dds_entity_t participant) {
+    auto children = [](dds_entity_t e) {
+        std::vector<dds_entity_t> out(4096);
+        const dds_return_t n = dds_get_children(e, out.data(), out.size());
+        out.resize(n > 0 ? std::min<std::size_t>(static_cast<std::size_t>(n), out.size()) : 0);
+        return out;
+    };
+    Endpoints result;
+    for (dds_entity_t group : children(participant)) {
+        for (dds_entity_t e : children(group)) {
+            const dds_entity_t topic = dds_get_topic(e);
+            char name[256];
+            if (topic < 0 || dds_get_name(topic, name, sizeof name) < 0 || std::strncmp(name, "M_", 2) != 0) continue;
+            dds_publication_matched_status_t pub{};
+            dds_subscription_matched_status_t sub{};
+            if (dds_get_publication_matched_status(e, &pub) == DDS_RETCODE_OK) {
+                ++result.total;
+                result.matched += pub.current_count > 0;
+            } else if (dds_get_subscription_matched_status(e, &sub) == DDS_RETCODE_OK) {
+                ++result.total;
+                result.matched += sub.current_count > 0;
+            }
+        }
+    }
+    return result;
+}
+
+// Polls until every module endpoint of the session has a match; returns the endpoint count.
+int waitAllMatched(const std::shared_ptr<Session>& session, int timeoutMs) {
+    const dds_entity_t participant = kelva::actors::SessionImpl::getSessionImpl(*session)->participant();
+    const auto t0 = Clock::now();
+    for (;;) {
+        const Endpoints e = moduleEndpoints(participant);
+        if (e.total > 0 && e.matched == e.total) return e.total;
+        if (secondsSince(t0) * 1000 > timeoutMs)
+            throw std::runtime_error("match: " + std::to_string(e.matched) + " of " + std::to_string(e.total) + " matched");
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+// Peer: the client and the service of every module in this process; prints time and resident memory.
+int peerStartup(int domain) {
+    const long before = residentKiB();
+    const auto t0 = Clock::now();
+    auto session = makeSession(domain);
+    auto all = vantrel::bench::createAllModules(session, true, true);
+    const double ms = secondsSince(t0) * 1000;
+    const int endpoints = moduleEndpoints(kelva::actors::SessionImpl::getSessionImpl(*session)->participant()).total;
+    say("startup " + std::to_string(ms) + " " + std::to_string(before) + " " + std::to_string(residentKiB()) + " " +
+        std::to_string(endpoints));
+    return 0;
+}
+
+// Peer: the service of every module; reports once all its endpoints are matched.
+int peerServices(int domain) {
+    const auto t0 = Clock::now();
+    auto session = makeSession(domain);
+    auto all = vantrel::bench::createAllModules(session, false, true);
+    const int endpoints = waitAllMatched(session, 60000);
+    say("matched " + std::to_string(secondsSince(t0) * 1000) + " " + std::to_string(endpoints));
+    waitForStdinEof();
+    return 0;
+}
+
+struct Startup {
+    std::vector<double> createMs, rssMiB, matchMs;
+    int endpointsOne = 0, endpointsTwo = 0;
+};
+
+Startup startup(int domain, int reps) {
+    Startup s;
+    for (int rep = 0; rep < reps; ++rep) {
+        Peer peer({"startup", std::to_string(domain)});
+        std::istringstream in(peer.expect("startup", 60000).substr(8));
+        double ms = 0;
+        long before = 0, after = 0;
+        in >> ms >> before >> after >> s.endpointsOne;
+        s.createMs.push_back(ms);
+        s.rssMiB.push_back(static_cast<double>(after - before) / 1024.0);
+    }
+    for (int rep = 0; rep < reps; ++rep) {
+        const int d = domain + 1 + rep;
+        const auto t0 = Clock::now();
+        Peer peer({"services", std::to_string(d)});
+        auto session = makeSession(d);
+        auto all = vantrel::bench::createAllModules(session, true, false);
+        s.endpointsTwo = waitAllMatched(session, 60000);
+        std::istringstream in(peer.expect("matched", 60000).substr(8));
+        int theirs = 0;
+        double theirMs = 0;
+        in >> theirMs >> theirs;
+        s.endpointsTwo += theirs;
+        s.matchMs.push_back(secondsSince(t0) * 1000);
+    }
+    return s;
+}
+
+// ---- The table ----
+
+std::string fmt(double v, int decimals = 0) {
+    char b[64];
+    std::snprintf(b, sizeof b, "%.*f", decimals, v);
+    return b;
+}
+std::string fmtSummary(const std::vector<double>& v, int decimals = 0) {
+    const Summary s = summarize(v);
+    return fmt(s.median, decimals) + " [" + fmt(s.lo, decimals) + ".." + fmt(s.hi, decimals) + "]";
+}
+
+void row(const std::string& what, const std::string& frame, const std::string& raw, const std::string& ratio,
+         const std::string& target) {
+    std::printf("| %-40s | %-28s | %-28s | %-9s | %-18s |\n", what.c_str(), frame.c_str(), raw.c_str(), ratio.c_str(),
+                target.c_str());
+    std::fflush(stdout);
+}
+
+std::string verdict(bool met) { return met ? "met" : "MISSED"; }
+
+std::string machine() {
+    std::ifstream cpuinfo("/proc/cpuinfo");
+    std::string line, model = "unknown cpu";
+    while (std::getline(cpuinfo, line))
+        if (line.rfind("model name", 0) == 0) {
+            model = line.substr(line.find(':') + 2);
+            break;
+        }
+    std::ifstream loadavg("/proc/loadavg");
+    std::string l1;
+    loadavg >> l1;
+    return model + ", " + std::to_string(std::thread::hardware_concurrency()) + " cpus, load " + l1;
+}
+
+int runAll() {
+    const int base = 1 + static_cast<int>(getpid() % 190);  // domains base .. base+12
+    const std::time_t now = std::time(nullptr);
+    char date[32];
+    std::strftime(date, sizeof date, "%Y-%m-%d %H:%M", std::localtime(&now));
+    std::printf("vantrel-bench %s on %s\n", date, machine().c_str());
+    std::printf("medians [min..max] over repetitions; frame = module facades, raw = ddsc dds_write/dds_take, same types and QoS\n\n");
+    row("part", "frame", "raw", "frame/raw", "target");
+    row("----", "-----", "---", "---------", "------");
+
+    const int reps = 7;
+    auto tp = [&](const char* size, int n, int offset, const char* label) {
+        const auto frame = throughput("frame", size, base + offset, n, reps);
+        const auto raw = throughput("raw", size, base + offset + 1, n, reps);
+        const double ratio = summarize(frame).median / summarize(raw).median;
+        row(label, fmtSummary(frame), fmtSummary(raw), fmt(ratio, 2), ">= 0.90 " + verdict(ratio >= 0.9));
+    };
+    tp("small", 20000, 0, "1 throughput CmdRaiseAlarm (msg/s)");
+    tp("large", 1000, 2, "1 throughput ReportAlertStatus x300 (msg/s)");
+
+    const auto rtFrame = roundTrip("frame", base + 4, 2000, 5);
+    const auto rtRaw = roundTrip("raw", base + 5, 2000, 5);
+    const double rtRatio = summarize(rtFrame.medians).median / summarize(rtRaw.medians).median;
+    row("2 round trip median (us)", fmtSummary(rtFrame.medians, 1), fmtSummary(rtRaw.medians, 1), fmt(rtRatio, 2),
+        "<= 1.15 " + verdict(rtRatio <= 1.15));
+    row("2 round trip p99 (us)", fmtSummary(rtFrame.p99s, 1), fmtSummary(rtRaw.p99s, 1),
+        fmt(summarize(rtFrame.p99s).median / summarize(rtRaw.p99s).median, 2), "-");
+
+    const SendCosts sc = sendPath(base + 6, base + 7, reps);
+    row("3 send CmdRaiseAlarm (ns/call)", fmtSummary(sc.frameSmall.ns), fmtSummary(sc.rawSmall.ns),
+        fmt(summarize(sc.frameSmall.ns).median / summarize(sc.rawSmall.ns).median, 2), "-");
+    const double smallNews = summarize(sc.frameSmall.news).median;
+    row("3 send CmdRaiseAlarm (operator new/call)", fmt(smallNews, 2), fmt(summarize(sc.rawSmall.news).median, 2), "-",
+        "0 " + verdict(smallNews < 0.01));
+    row("3 send CmdRaiseAlarm (malloc/call)", fmt(summarize(sc.frameSmall.mallocs).median, 2),
+        fmt(summarize(sc.rawSmall.mallocs).median, 2), "-", "-");
+    row("3 send ReportAlertStatus x300 (ns/call)", fmtSummary(sc.frameLarge.ns), fmtSummary(sc.rawLarge.ns),
+        fmt(summarize(sc.frameLarge.ns).median / summarize(sc.rawLarge.ns).median, 2), "-");
+    row("3 send ReportAlertStatus (operator new/call)", fmt(summarize(sc.frameLarge.news).median, 2),
+        fmt(summarize(sc.rawLarge.news).median, 2), "-", "- (structs: scratch)");
+    row("3 send ReportAlertStatus (malloc/call)", fmt(summarize(sc.frameLarge.mallocs).median, 2),
+        fmt(summarize(sc.rawLarge.mallocs).median, 2), "-", "-");
+
+    const Startup st = startup(base + 8, 3);
+    const std::string modules = std::to_string(vantrel::bench::moduleCount());
+    row("4 create " + modules + " clients+services (ms)", fmtSummary(st.createMs), "-", "-",
+        std::to_string(st.endpointsOne) + " endpoints");
+    row("4 resident memory of that (MiB)", fmtSummary(st.rssMiB, 1), "-", "-", "-");
+    row("4 two processes all matched (ms)", fmtSummary(st.matchMs), "-", "-",
+        std::to_string(st.endpointsTwo) + " endpoints");
+    std::printf("\nload at end: %s\n", machine().c_str());
+    return 0;
+}
+
+int runPeer(int argc, char** argv) {
+    alarm(300);  // a peer whose parent hangs does not outlive it by much
+    const std::string role = argc > 2 ? argv[2] : "";
+    if (role == "sink" && argc == 6) return peerSink(argv[3], argv[4], std::atoi(argv[5]));
+    if (role == "echo" && argc == 5) return peerEcho(argv[3], std::atoi(argv[4]));
+    if (role == "startup" && argc == 4) return peerStartup(std::atoi(argv[3]));
+    if (role == "services" && argc == 4) return peerServices(std::atoi(argv[3]));
+    std::fprintf(stderr, "vantrel-bench: unknown peer role\n");
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Loopback only: the repository's configuration unless the caller chose one.
+    setenv("CYCLONEDDS_URI", "file://" VANTREL_BENCH_LOOPBACK_CONFIG, 0);
+    try {
+        if (argc > 1 && std::string(argv[1]) == "peer") return runPeer(argc, argv);
+        if (argc > 1) {
+            std::fprintf(stderr, "usage: vantrel-bench   (runs every part and prints the table)\n");
+            return 2;
+        }
+        return runAll();
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "vantrel-bench: %s\n", e.what());
+        return 1;
+    }
+}
