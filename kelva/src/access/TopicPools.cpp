@@ -58,6 +58,9 @@ void TopicPoolRead::stop() {
         m_stopped = true;
         readers.swap(m_readers);
     }
+    // A pool stopped before (its session shut it down) has nothing left and must not touch the
+    // dispatcher, which may be gone with the session.
+    if (readers.empty()) return;
     // Outside the pool lock: stopping waits for a running handler, which may itself use this pool.
     for (auto& reader : readers) reader->stop();
     // Stopped from one of this pool's own handlers: the reader running it is destroyed once it returned.
