@@ -87,9 +87,23 @@ void SimpleActor::setCallbackInfo(CallbackInfo info) {
     m_callbackInfo = std::move(info);
 }
 
+void SimpleActor::setCallbackInfo(const char* senderId, const char* operation, long long receptionTime) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_callbackInfo.actorId = m_actorId;
+    m_callbackInfo.moduleName = m_info.moduleName;
+    m_callbackInfo.senderId.assign(senderId);
+    m_callbackInfo.operation.assign(operation);
+    m_callbackInfo.receptionTime = receptionTime;
+}
+
 void SimpleActor::resetCallbackInfo() {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_callbackInfo = CallbackInfo{};
+    // clear() keeps the strings' storage for the next call.
+    m_callbackInfo.actorId.clear();
+    m_callbackInfo.moduleName.clear();
+    m_callbackInfo.senderId.clear();
+    m_callbackInfo.operation.clear();
+    m_callbackInfo.receptionTime = 0;
 }
 
 CallbackInfo SimpleActor::callbackInfo() const {

@@ -70,12 +70,13 @@ struct FacadeAccess {
     static std::shared_ptr<Sender> sender(FacadeCore& facade) {
         KELVA_TRACE_ENTRY();
         auto actor = facade.lockActor();
-        const std::string who = facade.m_facadeName;
-        if (!actor) throw std::logic_error(who + "::m_actor not initialised!");
+        const char* who = facade.m_facadeName;
+        if (!actor) throw std::logic_error(std::string(who) + "::m_actor not initialised!");
         kelva::actors::SimpleActor* simple = actor->simpleActor();
-        if (!simple || !simple->hasSession()) throw std::logic_error(who + "::m_actor has no session! Invalid state!");
+        if (!simple || !simple->hasSession())
+            throw std::logic_error(std::string(who) + "::m_actor has no session! Invalid state!");
         auto sender = simple->template sender<Sender>();
-        if (!sender) throw std::logic_error(who + " invalid sender!");
+        if (!sender) throw std::logic_error(std::string(who) + " invalid sender!");
         return sender;
     }
 

@@ -75,12 +75,9 @@ private:
         });
     }
 
+    // The actor's base information with the sender, the operation and the reception time.
     void setInfo(const char* sender, const char* operation) {
-        kelva::actors::CallbackInfo info = m_actor.callbackInfoBase();
-        info.senderId = sender;
-        info.operation = operation;
-        info.receptionTime = kelva::utils::time::getCurrentUnixTimestamp();
-        m_actor.setCallbackInfo(std::move(info));
+        m_actor.setCallbackInfo(sender, operation, kelva::utils::time::getCurrentUnixTimestamp());
     }
 
     template <class Op>

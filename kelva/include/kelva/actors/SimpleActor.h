@@ -42,6 +42,9 @@ public:
     CallbackInfo callbackInfoBase() const;
     void setCallbackInfo(CallbackInfo info);
     void resetCallbackInfo();
+    // The same as setCallbackInfo(callbackInfoBase() with these fields) without building a new
+    // CallbackInfo: the strings of the previous call are reused, so a dispatch allocates nothing.
+    void setCallbackInfo(const char* senderId, const char* operation, long long receptionTime);
     // The information of the call in progress (empty outside a dispatched call).
     CallbackInfo callbackInfo() const;
 
