@@ -20,11 +20,15 @@ FacadeCore::FacadeCore(const char* facadeName, std::weak_ptr<kelva::actors::IAct
 }
 
 FacadeCore::FacadeCore(FacadeCore&& other) noexcept
-    : m_actor(std::move(other.m_actor)), m_writeEnabled(other.m_writeEnabled), m_readEnabled(other.m_readEnabled),
+    : m_actor(other.takeActor()), m_writeEnabled(other.m_writeEnabled), m_readEnabled(other.m_readEnabled),
       m_session(std::move(other.m_session)), m_monitorSession(std::move(other.m_monitorSession)),
       m_facadeName(other.m_facadeName) {
-    other.m_actor.reset();
     other.m_writeEnabled = other.m_readEnabled = false;
+}
+
+std::weak_ptr<kelva::actors::IActor> FacadeCore::takeActor() noexcept {
+    std::lock_guard<std::mutex> lock(m_actorMutex);
+    return std::exchange(m_actor, {});
 }
 
 FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
@@ -33,8 +37,11 @@ FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
         invalidate();  // the facade assigned over lets go of its own actor first
     } catch (...) {
     }
-    m_actor = std::move(other.m_actor);
-    other.m_actor.reset();
+    {
+        auto actor = other.takeActor();
+        std::lock_guard<std::mutex> lock(m_actorMutex);
+        m_actor = std::move(actor);
+    }
     m_writeEnabled = std::exchange(other.m_writeEnabled, false);
     m_readEnabled = std::exchange(other.m_readEnabled, false);
     m_session = std::move(other.m_session);
@@ -50,10 +57,18 @@ FacadeCore::~FacadeCore() {
     }
     m_monitorSession.reset();
     m_session.reset();
-    m_actor.reset();
+    takeActor();
 }
 
-std::shared_ptr<kelva::actors::IActor> FacadeCore::lockActor() const { return m_actor.lock(); }
+std::shared_ptr<kelva::actors::IActor> FacadeCore::lockActor() const {
+    std::lock_guard<std::mutex> lock(m_actorMutex);
+    return m_actor.lock();
+}
+
+long FacadeCore::actorOwners() const {
+    std::lock_guard<std::mutex> lock(m_actorMutex);
+    return m_actor.use_count();
+}
 
 kelva::actors::IActor& FacadeCore::actor() {
     KELVA_TRACE_ENTRY();
@@ -87,9 +102,9 @@ void FacadeCore::invalidate() {
     kelva::utils::log::debug() << "Waiting for actor to shutdown ...";
     // From a callback of the same session the actor is released only when that callback returns, so
     // waiting here could never end.
-    while (!inCallback && m_actor.use_count() != 0) kelva::utils::system::msSleep(10);
+    while (!inCallback && actorOwners() != 0) kelva::utils::system::msSleep(10);
     kelva::utils::log::debug() << "Waiting for actor to shutdown ... DONE";
-    m_actor.reset();
+    takeActor();
 }
 
 void FacadeCore::setNameImpl(const std::string& name) {

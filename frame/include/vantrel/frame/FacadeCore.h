@@ -3,6 +3,7 @@
 // facade's sender and/or observer, the flags of its creation, and the sessions it was made on. Facades
 // are movable values; destroying a valid one shuts its actor down and waits until the toolkit let go.
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "kelva/actors/ActorInfo.h"
@@ -48,7 +49,11 @@ protected:
 private:
     friend struct FacadeAccess;
     std::shared_ptr<kelva::actors::IActor> lockActor() const;
+    std::weak_ptr<kelva::actors::IActor> takeActor() noexcept;
+    long actorOwners() const;
 
+    // Guards m_actor only: a facade may be invalidated on one thread while another calls through it.
+    mutable std::mutex m_actorMutex;
     std::weak_ptr<kelva::actors::IActor> m_actor;
     bool m_writeEnabled = false;
     bool m_readEnabled = false;
