@@ -28,6 +28,7 @@ FacadeCore::FacadeCore(FacadeCore&& other) noexcept
 
 std::weak_ptr<kelva::actors::IActor> FacadeCore::takeActor() noexcept {
     std::lock_guard<std::mutex> lock(m_actorMutex);
+    m_sender = nullptr;
     return std::exchange(m_actor, {});
 }
 
@@ -41,6 +42,7 @@ FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
         auto actor = other.takeActor();
         std::lock_guard<std::mutex> lock(m_actorMutex);
         m_actor = std::move(actor);
+        m_sender = nullptr;
     }
     m_writeEnabled = std::exchange(other.m_writeEnabled, false);
     m_readEnabled = std::exchange(other.m_readEnabled, false);
@@ -63,6 +65,18 @@ FacadeCore::~FacadeCore() {
 std::shared_ptr<kelva::actors::IActor> FacadeCore::lockActor() const {
     std::lock_guard<std::mutex> lock(m_actorMutex);
     return m_actor.lock();
+}
+
+std::shared_ptr<kelva::actors::IActor> FacadeCore::lockActor(void*& cachedSender) const {
+    std::lock_guard<std::mutex> lock(m_actorMutex);
+    cachedSender = m_sender;
+    return m_actor.lock();
+}
+
+void FacadeCore::cacheSender(const kelva::actors::IActor* actor, void* sender) {
+    std::lock_guard<std::mutex> lock(m_actorMutex);
+    // Only if the facade still refers to the actor the sender was found on.
+    if (auto current = m_actor.lock(); current.get() == actor) m_sender = sender;
 }
 
 long FacadeCore::actorOwners() const {

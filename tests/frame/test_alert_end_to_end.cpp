@@ -187,6 +187,31 @@ TEST(AlertFacadeMisuse, ExactTextsAndIdempotentInvalidate) {
     EXPECT_FALSE(client.isValid());
 }
 
+TEST(AlertFacadeMisuse, AFacadeAssignedOverOrInvalidatedAfterSendingKeepsNoStaleSender) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    AlertServiceImpl serviceImpl;
+    auto service = M_Alert::Service::create(session, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(session, "first");
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("1", "", "", "", ""));
+
+    // The first actor goes away with the assignment; the next call must use the second one's sender.
+    client = M_Alert::Client::createWriteOnly(session, "second");
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("2", "", "", "", ""));
+    ASSERT_TRUE(waitUntil([&] { std::lock_guard<std::mutex> l(serviceImpl.mutex); return serviceImpl.raised.size() >= 2; }));
+
+    client.invalidate();
+    try {
+        client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
+        FAIL() << "an invalidated facade still sent";
+    } catch (const std::logic_error& e) {
+        EXPECT_STREQ(e.what(), "Client::m_actor not initialised!");
+    }
+    std::lock_guard<std::mutex> l(serviceImpl.mutex);
+    ASSERT_EQ(serviceImpl.raised.size(), 2u);
+    EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
+    EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
+}
+
 TEST(AlertFacadeMisuse, ReadOnlyFacadeHasNoSenderAndDuplicateCreationReachesTheToolkitCheck) {
     auto monitor = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId());
     AlertClientImpl impl;

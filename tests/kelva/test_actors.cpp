@@ -208,6 +208,50 @@ TEST_F(Actors, ShutdownReleasesTheActor) {
     EXPECT_EQ(m_impl->actorCount(), 0u);
 }
 
+TEST_F(Actors, CallbackInfoHoldsTheCallInProgressOnlyAndIsRebuiltAfterAnExplicitOne) {
+    auto actor = m_impl->createActor("receiver", false, "M_Test");
+    auto expectEmpty = [&](const char* when) {
+        const auto info = actor->callbackInfo();
+        EXPECT_TRUE(info.actorId.empty() && info.moduleName.empty() && info.senderId.empty() && info.operation.empty() &&
+                    info.receptionTime == 0)
+            << when;
+    };
+    expectEmpty("before any call");
+
+    actor->setCallbackInfo("sender-with-a-rather-long-identity", "CmdA", 11);
+    auto info = actor->callbackInfo();
+    EXPECT_EQ(info.actorId, actor->actorId());
+    EXPECT_EQ(info.moduleName, "M_Test");
+    EXPECT_EQ(info.senderId, "sender-with-a-rather-long-identity");
+    EXPECT_EQ(info.operation, "CmdA");
+    EXPECT_EQ(info.receptionTime, 11);
+    actor->resetCallbackInfo();
+    expectEmpty("after the call");
+
+    // An explicitly set record replaces everything, base fields included; the next dispatch restores them
+    // and leaves nothing of the longer strings before it.
+    kelva::actors::CallbackInfo custom = actor->callbackInfoBase();
+    EXPECT_EQ(custom.actorId, actor->actorId());
+    EXPECT_EQ(custom.moduleName, "M_Test");
+    EXPECT_TRUE(custom.senderId.empty());
+    custom.actorId = "someone-else";
+    custom.moduleName = "M_Other";
+    custom.senderId = "plug-in";
+    custom.operation = "CmdFromPlugin";
+    actor->setCallbackInfo(custom);
+    EXPECT_EQ(actor->callbackInfo().actorId, "someone-else");
+    actor->resetCallbackInfo();
+    expectEmpty("after the explicit call");
+    actor->setCallbackInfo("s", "Cmd", 12);
+    info = actor->callbackInfo();
+    EXPECT_EQ(info.actorId, actor->actorId());
+    EXPECT_EQ(info.moduleName, "M_Test");
+    EXPECT_EQ(info.senderId, "s");
+    EXPECT_EQ(info.operation, "Cmd");
+    EXPECT_EQ(info.receptionTime, 12);
+    actor->resetCallbackInfo();
+}
+
 TEST_F(Actors, ActorOutlivingItsSessionIsInvalid) {
     auto actor = m_impl->createActor("orphan", false, "M_Test");
     m_impl.reset();

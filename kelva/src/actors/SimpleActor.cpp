@@ -85,30 +85,31 @@ CallbackInfo SimpleActor::callbackInfoBase() const {
 void SimpleActor::setCallbackInfo(CallbackInfo info) {
     std::lock_guard<std::mutex> lock(m_mutex);
     m_callbackInfo = std::move(info);
+    m_callbackBaseCurrent = false;
+    m_inCallback = true;
 }
 
 void SimpleActor::setCallbackInfo(const char* senderId, const char* operation, long long receptionTime) {
     std::lock_guard<std::mutex> lock(m_mutex);
-    m_callbackInfo.actorId = m_actorId;
-    m_callbackInfo.moduleName = m_info.moduleName;
+    if (!m_callbackBaseCurrent) {  // the base fields stay from one call to the next
+        m_callbackInfo.actorId = m_actorId;
+        m_callbackInfo.moduleName = m_info.moduleName;
+        m_callbackBaseCurrent = true;
+    }
     m_callbackInfo.senderId.assign(senderId);
     m_callbackInfo.operation.assign(operation);
     m_callbackInfo.receptionTime = receptionTime;
+    m_inCallback = true;
 }
 
 void SimpleActor::resetCallbackInfo() {
     std::lock_guard<std::mutex> lock(m_mutex);
-    // clear() keeps the strings' storage for the next call.
-    m_callbackInfo.actorId.clear();
-    m_callbackInfo.moduleName.clear();
-    m_callbackInfo.senderId.clear();
-    m_callbackInfo.operation.clear();
-    m_callbackInfo.receptionTime = 0;
+    m_inCallback = false;  // the strings keep their storage for the next call
 }
 
 CallbackInfo SimpleActor::callbackInfo() const {
     std::lock_guard<std::mutex> lock(m_mutex);
-    return m_callbackInfo;
+    return m_inCallback ? m_callbackInfo : CallbackInfo{};
 }
 
 std::shared_ptr<SessionImpl> SimpleActor::lockSession() const {

@@ -118,11 +118,14 @@ void fromWireSeq(std::vector<A>& out, const Seq& in) {
     if constexpr (std::is_same_v<W, A> && std::is_arithmetic_v<A> && !std::is_same_v<A, bool>) {
         out.assign(in._buffer, in._buffer + in._length);
     } else {
+        // In place: every member is assigned, and elements kept from an earlier decode reuse their storage.
         out.resize(in._length);
         for (uint32_t i = 0; i < in._length; ++i) {
-            A value{};
-            fromWire(value, in._buffer[i]);
-            out[i] = std::move(value);
+            if constexpr (std::is_same_v<A, bool>) {
+                out[i] = in._buffer[i];  // std::vector<bool> hands out proxies, not bool&
+            } else {
+                fromWire(out[i], in._buffer[i]);
+            }
         }
     }
 }

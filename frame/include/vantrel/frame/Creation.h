@@ -69,14 +69,18 @@ struct FacadeAccess {
     template <class Sender>
     static std::shared_ptr<Sender> sender(FacadeCore& facade) {
         KELVA_TRACE_ENTRY();
-        auto actor = facade.lockActor();
+        void* cached = nullptr;
+        auto actor = facade.lockActor(cached);
         const char* who = facade.m_facadeName;
         if (!actor) throw std::logic_error(std::string(who) + "::m_actor not initialised!");
         kelva::actors::SimpleActor* simple = actor->simpleActor();
         if (!simple || !simple->hasSession())
             throw std::logic_error(std::string(who) + "::m_actor has no session! Invalid state!");
+        // The sender shares the actor's ownership, as SimpleActor::sender() hands it out.
+        if (cached && !simple->isShutdown()) return std::shared_ptr<Sender>(std::move(actor), static_cast<Sender*>(cached));
         auto sender = simple->template sender<Sender>();
         if (!sender) throw std::logic_error(std::string(who) + " invalid sender!");
+        facade.cacheSender(actor.get(), sender.get());
         return sender;
     }
 

@@ -49,12 +49,18 @@ protected:
 private:
     friend struct FacadeAccess;
     std::shared_ptr<kelva::actors::IActor> lockActor() const;
+    // The actor with the sender found for it earlier (null until the first lookup).
+    std::shared_ptr<kelva::actors::IActor> lockActor(void*& cachedSender) const;
+    void cacheSender(const kelva::actors::IActor* actor, void* sender);
     std::weak_ptr<kelva::actors::IActor> takeActor() noexcept;
     long actorOwners() const;
 
     // Guards m_actor only: a facade may be invalidated on one thread while another calls through it.
     mutable std::mutex m_actorMutex;
     std::weak_ptr<kelva::actors::IActor> m_actor;
+    // The sender of m_actor, once looked up: it lives as long as the actor, so calls after the first
+    // skip the actor's lock and the type check.
+    void* m_sender = nullptr;
     bool m_writeEnabled = false;
     bool m_readEnabled = false;
     std::shared_ptr<kelva::actors::Session> m_session;

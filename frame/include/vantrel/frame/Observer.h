@@ -41,14 +41,19 @@ private:
     template <class Op, class Target>
     void addReader(const std::vector<std::string>& methods, Target target) {
         if (std::find(methods.begin(), methods.end(), Op::name) == methods.end()) return;
-        auto onData = [this, target](const typename Op::Wire& wire, const dds_sample_info_t&) {
-            receive<Op>(target, wire, false);
+        // Each handler decodes into the same values every time (the reader calls it on the dispatcher
+        // thread only, one sample at a time): strings and lists keep their storage from the previous
+        // sample, so a steady stream of similar samples is decoded without allocating.
+        auto onData = [this, target, args = typename Op::Args{}](const typename Op::Wire& wire,
+                                                                 const dds_sample_info_t&) mutable {
+            receive<Op>(target, wire, false, args);
         };
         if constexpr (Op::hasDispose) {
             // A disposed keyed instance reaches the application as the operation with its key arguments
             // and the dispose flag true.
-            auto onDispose = [this, target](const typename Op::Wire& wire, const dds_sample_info_t& info) {
-                if (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED) receive<Op>(target, wire, true);
+            auto onDispose = [this, target, args = typename Op::Args{}](const typename Op::Wire& wire,
+                                                                        const dds_sample_info_t& info) mutable {
+                if (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED) receive<Op>(target, wire, true, args);
             };
             m_pool.createTopicRead<typename Op::Wire>(onData, onDispose);
         } else {
@@ -57,8 +62,7 @@ private:
     }
 
     template <class Op, class Target>
-    void receive(Target target, const typename Op::Wire& wire, bool disposed) {
-        typename Op::Args args{};
+    void receive(Target target, const typename Op::Wire& wire, bool disposed, typename Op::Args& args) {
         Op::decode(args, wire, disposed);
         dispatch<Op>(target, wire.kelva_sending_actor ? wire.kelva_sending_actor : "", args);
     }

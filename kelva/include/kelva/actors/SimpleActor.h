@@ -1,6 +1,7 @@
 #pragma once
 // An actor with at most one sender and one observer, its own read and write topic pools, an identity and
 // published information. Made by SessionImpl::createActor; owned by its session.
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -29,6 +30,7 @@ public:
     SimpleActor* simpleActor() override { return this; }
 
     bool hasSession() const { return !m_session.expired(); }
+    bool isShutdown() const { return m_shutdown.load(std::memory_order_acquire); }
     bool hasSender() const;
     bool hasObserver() const;
 
@@ -117,8 +119,10 @@ private:
     std::shared_ptr<IObserver> m_observer;
     bool m_writing = false;
     bool m_reading = false;
-    bool m_shutdown = false;
-    CallbackInfo m_callbackInfo;
+    std::atomic<bool> m_shutdown{false};  // also read without the mutex (isShutdown)
+    CallbackInfo m_callbackInfo;      // meaningful while m_inCallback
+    bool m_inCallback = false;
+    bool m_callbackBaseCurrent = false;  // m_callbackInfo holds this actor's base fields
 };
 
 }  // namespace kelva::actors

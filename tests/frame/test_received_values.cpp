@@ -1,0 +1,171 @@
+// Received values are decoded into storage that the observer keeps from one sample to the next: each call
+// must still see exactly what was sent, with nothing left over from an earlier, larger sample, and a
+// disposal must carry its key and nothing of the data before it.
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "kelva/actors/Session.h"
+#include "vantrel/M_Alert.h"
+#include "vantrel/test/Support.h"
+
+using vantrel::test::waitUntil;
+
+namespace {
+
+struct Recorder : M_Alert::IClient {
+    struct LogCall {
+        std::string id;
+        M_Alert::AlarmLogType log;
+        bool dispose;
+    };
+    std::mutex mutex;
+    std::vector<LogCall> logs;
+    std::vector<M_Alert::AlertStatusType> statuses;
+
+    void ReportAlarmLog(const std::string& id, const M_Alert::AlarmLogType& log, bool dispose) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        logs.push_back({id, log, dispose});
+    }
+    void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        statuses.push_back(status);
+    }
+    std::size_t logCount() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return logs.size();
+    }
+    std::size_t statusCount() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return statuses.size();
+    }
+};
+
+struct IdsRecorder : M_Alert::IService {
+    std::mutex mutex;
+    std::vector<M_Alert::AlertIdListType> acknowledged;
+    void CmdAcknowledgeAlarm(const M_Alert::AlertIdListType& ids) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        acknowledged.push_back(ids);
+    }
+    std::size_t count() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return acknowledged.size();
+    }
+};
+
+// Longer than any short-string buffer, so a reused string really holds heap storage.
+std::string longText(const std::string& tag) { return tag + " with a text long enough to live on the heap"; }
+
+M_Alert::AlarmConditionStatusType entry(const std::string& tag) {
+    return M_Alert::AlarmConditionStatusType(
+        M_Alert::AlarmConditionInfoType(longText(tag + " subsystem"), longText(tag + " component"), tag, tag, longText(tag)),
+        M_Alert::AlarmCategoryKind::Caution, longText("caution"), tag, true, true);
+}
+
+class ReceivedValues : public ::testing::Test {
+protected:
+    std::shared_ptr<kelva::actors::Session> serviceSession =
+        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    std::shared_ptr<kelva::actors::Session> clientSession =
+        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+};
+
+TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
+    Recorder recorder;
+    auto client = M_Alert::Client::create(clientSession, "console", recorder);
+    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
+
+    M_Alert::AlertStatusType large;
+    large.AlarmConditionStatusList = {entry("one"), entry("two"), entry("three")};
+    large.NumberOfActiveCautionAlarms = 3;
+    M_Alert::AlertStatusType small;
+    small.AlarmConditionStatusList = {M_Alert::AlarmConditionStatusType(
+        M_Alert::AlarmConditionInfoType("a", "b", "", "c", ""), M_Alert::AlarmCategoryKind::Critical_Warning, "", "x",
+        false, false)};
+    const M_Alert::AlertStatusType empty;
+
+    // The topic keeps the latest sample only: each one is awaited before the next is sent.
+    std::size_t expected = 0;
+    for (const M_Alert::AlertStatusType* sent : std::vector<const M_Alert::AlertStatusType*>{&large, &small, &empty, &large}) {
+        service->ReportAlertStatus(*sent, false);
+        ++expected;
+        ASSERT_TRUE(waitUntil([&] { return recorder.statusCount() >= expected; }));
+    }
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    ASSERT_EQ(recorder.statuses.size(), 4u);
+    EXPECT_EQ(recorder.statuses[0], large);
+    EXPECT_EQ(recorder.statuses[1], small);
+    EXPECT_EQ(recorder.statuses[2], empty);
+    EXPECT_EQ(recorder.statuses[3], large);
+}
+
+TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
+    Recorder recorder;
+    auto client = M_Alert::Client::create(clientSession, "console", recorder);
+    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
+
+    M_Alert::AlarmLogType full;
+    full.Status = M_Alert::AlarmStatusKind::Type(2);
+    full.IsSuppressed = full.IsAcknowledged = full.IsAutoAcknowledged = true;
+    full.Condition = entry("full").ConditionInfo;
+    full.Category = M_Alert::AlarmCategoryKind::Advisory;
+    full.TimeRaised = M_Common::TimeType(10, 20);
+    full.TimeAcknowledged = {M_Common::TimeType(30, 40)};
+    M_Alert::AlarmLogType bare;
+    bare.Condition.Nature = "n";
+
+    service->ReportAlarmLog(longText("alarm id"), full, false);
+    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 1; }));
+    service->ReportAlarmLog("A2", bare, false);
+    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 2; }));
+    {
+        std::lock_guard<std::mutex> lock(recorder.mutex);
+        EXPECT_EQ(recorder.logs[0].id, longText("alarm id"));
+        EXPECT_EQ(recorder.logs[0].log, full);
+        EXPECT_EQ(recorder.logs[1].id, "A2");
+        EXPECT_EQ(recorder.logs[1].log, bare);
+        EXPECT_FALSE(recorder.logs[1].dispose);
+    }
+
+    IdsRecorder ids;
+    auto observer = M_Alert::Service::create(serviceSession, "ack-service", ids);
+    auto sender = M_Alert::Client::createWriteOnly(clientSession, "ack-console");
+    sender.waitUntilConnected();
+    const M_Alert::AlertIdListType many{longText("first"), longText("second"), "third"};
+    const M_Alert::AlertIdListType one{"x"};
+    sender->CmdAcknowledgeAlarm(many);
+    sender->CmdAcknowledgeAlarm(one);
+    sender->CmdAcknowledgeAlarm({});
+    ASSERT_TRUE(waitUntil([&] { return ids.count() >= 3; }));
+    std::lock_guard<std::mutex> lock(ids.mutex);
+    EXPECT_EQ(ids.acknowledged, (std::vector<M_Alert::AlertIdListType>{many, one, {}}));
+}
+
+TEST_F(ReceivedValues, ADisposalCarriesItsKeyAndNoDataOfTheSampleBeforeIt) {
+    Recorder recorder;
+    auto client = M_Alert::Client::create(clientSession, "console", recorder);
+    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
+
+    M_Alert::AlarmLogType log;
+    log.Status = M_Alert::AlarmStatusKind::Type(1);
+    log.IsAcknowledged = true;
+    log.Condition = entry("disposed").ConditionInfo;
+    log.TimeRaised = M_Common::TimeType(5, 6);
+    log.TimeAcknowledged = {M_Common::TimeType(7, 8)};
+    service->ReportAlarmLog("A1", log, false);
+    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 1; }));
+    service->ReportAlarmLog("A1", log, true);
+    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 2; }));
+
+    std::lock_guard<std::mutex> lock(recorder.mutex);
+    ASSERT_EQ(recorder.logs.size(), 2u);
+    EXPECT_EQ(recorder.logs[0].log, log);
+    EXPECT_EQ(recorder.logs[1].id, "A1");
+    EXPECT_TRUE(recorder.logs[1].dispose);
+    EXPECT_EQ(recorder.logs[1].log, M_Alert::AlarmLogType()) << "the disposal carried data of the sample before it";
+}
+
+}  // namespace
