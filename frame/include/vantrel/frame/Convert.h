@@ -18,21 +18,30 @@
 
 namespace vantrel::frame {
 
-// Owns the arrays that one message's conversion needed; lives as long as the message.
+// Owns the arrays that one message's conversion needed; lives as long as the message. The memory comes from
+// a per-thread arena that is reused from one message to the next, so a thread that converted a message of
+// some size converts the next one like it without allocating. Scratches on one thread nest (a send from a
+// plug-in hook during a send): each gives back exactly what was taken after it was made.
 class Scratch {
 public:
+    Scratch() noexcept;
+    ~Scratch();
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    // `n` zeroed elements.
     template <class T>
     T* array(std::size_t n) {
         static_assert(std::is_trivially_destructible_v<T>, "wire elements are C structs");
+        static_assert(alignof(T) <= alignof(std::max_align_t), "the arena aligns to max_align_t");
         if (n == 0) return nullptr;
-        auto block = std::make_unique<unsigned char[]>(n * sizeof(T));  // zeroed
-        T* out = reinterpret_cast<T*>(block.get());
-        m_blocks.push_back(std::move(block));
-        return out;
+        return static_cast<T*>(take(n * sizeof(T), alignof(T)));
     }
 
 private:
-    std::vector<std::unique_ptr<unsigned char[]>> m_blocks;
+    static void* take(std::size_t bytes, std::size_t alignment);
+    std::size_t m_block;  // where the arena stood when this scratch was made
+    std::size_t m_offset;
 };
 
 // A value that cannot go on the wire; names the type and member.
