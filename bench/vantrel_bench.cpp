@@ -828,9 +828,6 @@ SendCosts sendPath(int frameDomain, int rawDomain, int reps) {
     return costs;
 }
 
-// The median [min..max] of frame[i] / raw[i].
-std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw);
-
 // ---- 4. Start-up at full scale ----
 
 long residentKiB() {
@@ -962,10 +959,13 @@ void row(const std::string& what, const std::string& frame, const std::string& r
 }
 
 // The ratio of each frame repetition to the raw one right after it: drift over the run cancels out.
-std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw) {
+std::vector<double> ratiosOf(const std::vector<double>& frame, const std::vector<double>& raw) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < frame.size() && i < raw.size(); ++i) ratios.push_back(frame[i] / raw[i]);
-    return fmtSummary(ratios, 2);
+    return ratios;
+}
+std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw) {
+    return fmtSummary(ratiosOf(frame, raw), 2);
 }
 
 std::string verdict(bool met) { return met ? "met" : "MISSED"; }
@@ -1004,9 +1004,7 @@ int runParts(const std::vector<std::string>& parts) {
     const int reps = 7;
     auto tp = [&](const char* size, int n, int offset, const char* label, bool target) {
         const Throughput t = throughput(size, base + offset, base + offset + 1, n, target ? 15 : 7);
-        std::vector<double> ratios;
-        for (std::size_t i = 0; i < t.frame.size(); ++i) ratios.push_back(t.frame[i] / t.raw[i]);
-        const double ratio = summarize(ratios).median;
+        const double ratio = summarize(ratiosOf(t.frame, t.raw)).median;
         row(label, fmtSummary(t.frame), fmtSummary(t.raw), pairRatios(t.frame, t.raw), target ? ">= 0.90 " + verdict(ratio >= 0.9) : "- (skips)");
     };
     if (want("small")) tp("small", 50000, 0, "1 throughput CmdRaiseAlarm (msg/s)", true);
@@ -1024,9 +1022,7 @@ int runParts(const std::vector<std::string>& parts) {
 
 void roundTripRows(int base) {
     const RoundTrip rt = roundTrip(base + 4, base + 5, 2000, 7);
-    std::vector<double> ratios;
-    for (std::size_t i = 0; i < rt.frameMedians.size(); ++i) ratios.push_back(rt.frameMedians[i] / rt.rawMedians[i]);
-    const double ratio = summarize(ratios).median;
+    const double ratio = summarize(ratiosOf(rt.frameMedians, rt.rawMedians)).median;
     row("2 round trip median (us)", fmtSummary(rt.frameMedians, 1), fmtSummary(rt.rawMedians, 1),
         pairRatios(rt.frameMedians, rt.rawMedians), "<= 1.15 " + verdict(ratio <= 1.15));
     row("2 round trip p99 (us)", fmtSummary(rt.frameP99s, 1), fmtSummary(rt.rawP99s, 1), pairRatios(rt.frameP99s, rt.rawP99s), "-");

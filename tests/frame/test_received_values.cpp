@@ -65,19 +65,19 @@ M_Alert::AlarmConditionStatusType entry(const std::string& tag) {
         M_Alert::AlarmCategoryKind::Caution, longText("caution"), tag, true, true);
 }
 
+// A client recording the reports of a write-only service (its first writes wait for the client's reader).
 class ReceivedValues : public ::testing::Test {
 protected:
     std::shared_ptr<kelva::actors::Session> serviceSession =
         std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     std::shared_ptr<kelva::actors::Session> clientSession =
         std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    Recorder recorder;
+    M_Alert::Client client = M_Alert::Client::create(clientSession, "console", recorder);
+    M_Alert::Service service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");
 };
 
 TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
-    Recorder recorder;
-    auto client = M_Alert::Client::create(clientSession, "console", recorder);
-    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
-
     M_Alert::AlertStatusType large;
     large.AlarmConditionStatusList = {entry("one"), entry("two"), entry("three")};
     large.NumberOfActiveCautionAlarms = 3;
@@ -103,9 +103,6 @@ TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
 }
 
 TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
-    Recorder recorder;
-    auto client = M_Alert::Client::create(clientSession, "console", recorder);
-    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
 
     M_Alert::AlarmLogType full;
     full.Status = M_Alert::AlarmStatusKind::Type(2);
@@ -148,9 +145,6 @@ TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
 }
 
 TEST_F(ReceivedValues, ADisposalCarriesItsKeyAndNoDataOfTheSampleBeforeIt) {
-    Recorder recorder;
-    auto client = M_Alert::Client::create(clientSession, "console", recorder);
-    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");  // first writes wait for the reader
 
     M_Alert::AlarmLogType log;
     log.Status = M_Alert::AlarmStatusKind::Type(1);

@@ -216,16 +216,20 @@ TEST_F(Actors, CallbackInfoHoldsTheCallInProgressOnlyAndIsRebuiltAfterAnExplicit
                     info.receptionTime == 0)
             << when;
     };
+    // A dispatch sets sender, operation and time; the actor's own fields come with them.
+    auto expectDispatched = [&](const char* sender, const char* operation, long long time) {
+        actor->setCallbackInfo(sender, operation, time);
+        const auto info = actor->callbackInfo();
+        EXPECT_EQ(info.actorId, actor->actorId());
+        EXPECT_EQ(info.moduleName, "M_Test");
+        EXPECT_EQ(info.senderId, sender);
+        EXPECT_EQ(info.operation, operation);
+        EXPECT_EQ(info.receptionTime, time);
+        actor->resetCallbackInfo();
+    };
     expectEmpty("before any call");
 
-    actor->setCallbackInfo("sender-with-a-rather-long-identity", "CmdA", 11);
-    auto info = actor->callbackInfo();
-    EXPECT_EQ(info.actorId, actor->actorId());
-    EXPECT_EQ(info.moduleName, "M_Test");
-    EXPECT_EQ(info.senderId, "sender-with-a-rather-long-identity");
-    EXPECT_EQ(info.operation, "CmdA");
-    EXPECT_EQ(info.receptionTime, 11);
-    actor->resetCallbackInfo();
+    expectDispatched("sender-with-a-rather-long-identity", "CmdA", 11);
     expectEmpty("after the call");
 
     // An explicitly set record replaces everything, base fields included; the next dispatch restores them
@@ -242,14 +246,8 @@ TEST_F(Actors, CallbackInfoHoldsTheCallInProgressOnlyAndIsRebuiltAfterAnExplicit
     EXPECT_EQ(actor->callbackInfo().actorId, "someone-else");
     actor->resetCallbackInfo();
     expectEmpty("after the explicit call");
-    actor->setCallbackInfo("s", "Cmd", 12);
-    info = actor->callbackInfo();
-    EXPECT_EQ(info.actorId, actor->actorId());
-    EXPECT_EQ(info.moduleName, "M_Test");
-    EXPECT_EQ(info.senderId, "s");
-    EXPECT_EQ(info.operation, "Cmd");
-    EXPECT_EQ(info.receptionTime, 12);
-    actor->resetCallbackInfo();
+    expectDispatched("s", "Cmd", 12);
+    expectEmpty("after the last call");
 }
 
 TEST_F(Actors, ActorOutlivingItsSessionIsInvalid) {
