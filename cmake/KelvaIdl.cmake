@@ -1,7 +1,8 @@
 # kelva_idl_library(<target> IDL <files...> [INCLUDE_DIRS <dirs...>] [LINK <targets...>])
 #
 # Compiles IDL files with Cyclone's idlc (C language, with XTypes type information) into a static,
-# position-independent library of wire types. The generated .c/.h land in the build tree under
+# position-independent library of wire types whose ops accept every enumeration value (see
+# generator/vantrel_gen/open_enums.py). The generated .c/.h land in the build tree under
 # <binary dir>/<target>/; the headers are reachable as "<Name>.h".
 function(kelva_idl_library target)
   cmake_parse_arguments(ARG "" "" "IDL;INCLUDE_DIRS;LINK" ${ARGN})
@@ -25,7 +26,10 @@ function(kelva_idl_library target)
       OUTPUT "${c_file}" "${h_file}"
       COMMAND ${VANTREL_IDLC} -l c -Wno-implicit-extensibility -Wno-unsupported-annotations
               -I "${idl_dir}" ${inc_flags} -o "${out_dir}" "${abs}"
-      DEPENDS "${abs}" ${dep_idls}
+      # Enumeration values outside the literals are read (as literal 0 by the conversion), not rejected.
+      COMMAND ${CMAKE_COMMAND} -E env "PYTHONPATH=${PROJECT_SOURCE_DIR}/generator"
+              ${VANTREL_PYTHON} -m vantrel_gen.open_enums "${c_file}"
+      DEPENDS "${abs}" ${dep_idls} "${PROJECT_SOURCE_DIR}/generator/vantrel_gen/open_enums.py"
       COMMENT "idlc ${stem}.idl"
       VERBATIM)
     list(APPEND sources "${c_file}" "${h_file}")

@@ -15,9 +15,7 @@ FacadeCore::FacadeCore(const char* facadeName, std::weak_ptr<kelva::actors::IAct
                        bool readEnabled, std::shared_ptr<kelva::actors::Session> session,
                        std::shared_ptr<kelva::actors::MonitorSession> monitorSession)
     : m_actor(std::move(actor)), m_writeEnabled(writeEnabled), m_readEnabled(readEnabled),
-      m_session(std::move(session)), m_monitorSession(std::move(monitorSession)), m_facadeName(facadeName) {
-    KELVA_TRACE_ENTRY();
-}
+      m_session(std::move(session)), m_monitorSession(std::move(monitorSession)), m_facadeName(facadeName) {}
 
 FacadeCore::FacadeCore(FacadeCore&& other) noexcept
     : m_actor(other.takeActor()), m_writeEnabled(other.m_writeEnabled), m_readEnabled(other.m_readEnabled),
@@ -35,7 +33,7 @@ std::weak_ptr<kelva::actors::IActor> FacadeCore::takeActor() noexcept {
 FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
     if (this == &other) return *this;
     try {
-        invalidate();  // the facade assigned over lets go of its own actor first
+        invalidateImpl();  // the facade assigned over lets go of its own actor first
     } catch (...) {
     }
     {
@@ -52,9 +50,8 @@ FacadeCore& FacadeCore::operator=(FacadeCore&& other) noexcept {
 }
 
 FacadeCore::~FacadeCore() {
-    KELVA_TRACE_ENTRY();
     try {
-        invalidate();
+        invalidateImpl();
     } catch (...) {
     }
     m_monitorSession.reset();
@@ -84,15 +81,23 @@ long FacadeCore::actorOwners() const {
     return m_actor.use_count();
 }
 
-kelva::actors::IActor& FacadeCore::actor() {
-    KELVA_TRACE_ENTRY();
+std::shared_ptr<kelva::actors::IActor> FacadeCore::requireActor() const {
     auto actor = lockActor();
     if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
-    return *actor;  // the session keeps it alive; the strong reference is released here
+    return actor;
 }
 
-kelva::actors::ActorInfo FacadeCore::actorInfo() const {
-    KELVA_TRACE_ENTRY();
+kelva::actors::IActor& FacadeCore::actorImpl() {
+    return *requireActor();  // the session keeps it alive; the strong reference is released here
+}
+
+kelva::actors::CallbackInfo FacadeCore::callbackInfoImpl() const {
+    auto actor = requireActor();
+    kelva::actors::SimpleActor* simple = actor->simpleActor();
+    return simple ? simple->callbackInfo() : kelva::actors::CallbackInfo{};
+}
+
+kelva::actors::ActorInfo FacadeCore::actorInfoImpl() const {
     auto actor = lockActor();
     if (!actor) throw std::logic_error("Actor not initialised!");
     kelva::actors::SimpleActor* simple = actor->simpleActor();
@@ -100,14 +105,12 @@ kelva::actors::ActorInfo FacadeCore::actorInfo() const {
     return simple->actorInfo();
 }
 
-bool FacadeCore::isValid() const {
-    KELVA_TRACE_ENTRY();
+bool FacadeCore::isValidImpl() const {
     auto actor = lockActor();
     return actor && actor->isValid();
 }
 
-void FacadeCore::invalidate() {
-    KELVA_TRACE_ENTRY();
+void FacadeCore::invalidateImpl() {
     bool inCallback = false;
     if (auto actor = lockActor()) {
         if (auto session = actor->sessionImpl()) inCallback = session->dispatcher().onDispatcherThread();
@@ -122,16 +125,12 @@ void FacadeCore::invalidate() {
 }
 
 void FacadeCore::setNameImpl(const std::string& name) {
-    KELVA_TRACE_ENTRY();
-    auto actor = lockActor();
-    if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
+    auto actor = requireActor();
     if (auto* simple = actor->simpleActor()) simple->setClientName(name);
 }
 
 void FacadeCore::waitUntilConnectedImpl() {
-    KELVA_TRACE_ENTRY();
-    auto actor = lockActor();
-    if (!actor) throw std::logic_error(std::string(m_facadeName) + "::m_actor not initialised!");
+    auto actor = requireActor();
     if (auto* simple = actor->simpleActor()) simple->waitUntilConnected();
 }
 
@@ -144,7 +143,6 @@ std::shared_ptr<kelva::actors::MonitorSession> monitorSessionFor(int domain) {
 }
 
 void defaultBody(const char* qualifiedOperation) {
-    KELVA_TRACE_ENTRY();
     kelva::utils::log::warn() << "default implementation called: " << qualifiedOperation
                               << ". Forgot to override this method?";
 }

@@ -36,20 +36,23 @@ def main(argv=None) -> int:
     ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
                     help="write a recording plug-in exporting every hook of MODULE")
     ap.add_argument("--idl-dir", metavar="DIR", help="the folder of the module IDL files")
+    ap.add_argument("--modules", metavar="M_X,M_Y", default="",
+                    help="generate only these modules (and the modules they include); default: all")
     ap.add_argument("--dump", nargs="+", metavar="IDL",
                     help="module files (or a folder: all its M_*.idl) to summarise")
     ap.add_argument("-I", dest="include_dirs", action="append", default=[], metavar="DIR",
                     help="folder searched for #include files")
     args = ap.parse_args(argv)
+    only = [m for m in args.modules.split(",") if m] or None
     try:
         if args.generate_tests or args.list_test_outputs:
             from .generate import generate_tests, list_test_outputs
             if not args.idl_dir:
                 ap.error("--generate-tests and --list-test-outputs need --idl-dir")
             if args.list_test_outputs:
-                print("\n".join(list_test_outputs(args.idl_dir)))
+                print("\n".join(list_test_outputs(args.idl_dir, only)))
             else:
-                generate_tests(args.idl_dir, args.generate_tests)
+                generate_tests(args.idl_dir, args.generate_tests, only)
             return 0
         if args.generate_plugin:
             from .emit_plugin import emit_test_plugin
@@ -64,9 +67,9 @@ def main(argv=None) -> int:
             if not args.idl_dir:
                 ap.error("--generate and --list-outputs need --idl-dir")
             if args.list_outputs:
-                print("\n".join(list_outputs(args.idl_dir)))
+                print("\n".join(list_outputs(args.idl_dir, only)))
             else:
-                generate(args.idl_dir, args.generate)
+                generate(args.idl_dir, args.generate, only)
             return 0
         if not args.dump:
             ap.error("nothing to do: --dump, --generate, --list-outputs, --generate-tests or --list-test-outputs")

@@ -72,12 +72,16 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
     S = "std::shared_ptr<kelva::actors::Session>"
     M = "std::shared_ptr<kelva::actors::MonitorSession>"
     R = receives
+    # The generic creation takes implementations of the receiving interface only: a callback map (const
+    # or not) then always picks the map overloads, and a temporary map (which would dangle) is refused.
+    impl_tpl = f"    template <class Impl, std::enable_if_t<std::is_base_of_v<{R}, Impl>, int> = 0>"
+    methods_all = f"const std::vector<std::string>& methods = getMethodsAll{R}()"
     out = [
         f"class {facade} : public vantrel::frame::FacadeCore {{",
         "public:",
         f"    {facade}() noexcept;",
-        f"    {facade}({facade}&&) noexcept;",
-        f"    {facade}& operator=({facade}&&) noexcept;",
+        f"    {facade}({facade}&& other) noexcept;",
+        f"    {facade}& operator=({facade}&& other) noexcept;",
         f"    ~{facade}();",
         "",
         f"    // Sends {sends} operations only.",
@@ -85,29 +89,44 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
         f"    static {facade} createWriteOnly({S} session, const std::string& name);",
         "",
         f"    // Sends {sends} operations and receives the {R} operations that `impl` overrides.",
-        "    template <class Impl>",
+        impl_tpl,
         f"    static {facade} create({S} session, const std::string& name, Impl& impl) {{",
         f"        return createCustom(std::move(session), name, static_cast<{R}&>(impl), overridden{R}<Impl>());",
         "    }",
-        "    template <class Impl>",
+        impl_tpl,
         f"    static {facade} create(int32_t domain, const std::string& name, Impl& impl) {{",
         "        return create(vantrel::frame::sessionFor(domain), name, impl);",
         "    }",
-        f"    // Receives through a callback map (it must outlive the facade); `methods` selects the operations.",
+        "    // Receives through a callback map (it must outlive the facade); `methods` selects the operations.",
         f"    static {facade} create({S} session, const std::string& name, const vantrel::CallbackMap& callbacks,",
-        f"                          const std::vector<std::string>& methods = getMethodsAll{R}()) {{",
+        f"                          {methods_all}) {{",
         "        return createCustom(std::move(session), name, callbacks, methods);",
         "    }",
-        f"    // Receives only, as a named actor of a monitor session.",
-        "    template <class Impl>",
+        f"    static {facade} create(int32_t domain, const std::string& name, const vantrel::CallbackMap& callbacks,",
+        f"                          {methods_all}) {{",
+        "        return createCustom(vantrel::frame::sessionFor(domain), name, callbacks, methods);",
+        "    }",
+        f"    static {facade} create({S}, const std::string&, vantrel::CallbackMap&&, const std::vector<std::string>& = {{}}) = delete;",
+        f"    static {facade} create(int32_t, const std::string&, vantrel::CallbackMap&&, const std::vector<std::string>& = {{}}) = delete;",
+        "    // Receives only, as a named actor of a monitor session.",
+        impl_tpl,
         f"    static {facade} createReadOnly({M} monitor, const std::string& name, Impl& impl) {{",
         f"        return createCustomReadOnly(std::move(monitor), name, static_cast<{R}&>(impl), overridden{R}<Impl>());",
         "    }",
-        f"    // Receives only, through a multiplex actor of a monitor session.",
-        "    template <class Impl>",
+        f"    static {facade} createReadOnly({M} monitor, const std::string& name, const vantrel::CallbackMap& callbacks,",
+        f"                                  {methods_all}) {{",
+        "        return createCustomReadOnly(std::move(monitor), name, callbacks, methods);",
+        "    }",
+        f"    static {facade} createReadOnly({M}, const std::string&, vantrel::CallbackMap&&, const std::vector<std::string>& = {{}}) = delete;",
+        "    // Receives only, through a multiplex actor of a monitor session.",
+        impl_tpl,
         f"    static {facade} createMonitor({M} monitor, Impl& impl) {{",
         f"        return createCustomReadOnlyMultiplex(std::move(monitor), static_cast<{R}&>(impl), overridden{R}<Impl>());",
         "    }",
+        f"    static {facade} createMonitor({M} monitor, const vantrel::CallbackMap& callbacks, {methods_all}) {{",
+        "        return createCustomReadOnlyMultiplex(std::move(monitor), callbacks, methods);",
+        "    }",
+        f"    static {facade} createMonitor({M}, vantrel::CallbackMap&&, const std::vector<std::string>& = {{}}) = delete;",
         "",
         "    // Entry points of scripting bindings: a new heap-allocated facade owned by the caller.",
         f"    static {facade}* _internalSwigCreate(int domain, const std::string& name, {R}& impl);",
@@ -119,8 +138,19 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
         f"    static {facade}* _internalSwigCreateWriteOnly(int domain, const std::string& name);",
         f"    static {facade}* _internalSwigCreateWriteOnly({S} session, const std::string& name);",
         "",
-        f"    // The sender: calling an operation through it publishes it. Throws std::logic_error on misuse.",
+        "    // The sender: calling an operation through it publishes it. Throws std::logic_error on misuse.",
         f"    std::shared_ptr<{sends}> operator->();",
+        "    // The actor's description; throws std::logic_error \"Actor not initialised!\" without an actor.",
+        "    kelva::actors::ActorInfo actorInfo() const;",
+        f"    {S} getSession() const;",
+        f"    {M} getMonitorSession() const;",
+        "    bool isValid() const;",
+        "    // Shuts the actor down and blocks until the toolkit released it (not from a callback of the same",
+        "    // session: then the actor goes when that callback returns). Idempotent.",
+        "    void invalidate();",
+        "    // During a received operation's dispatch (on the dispatcher thread): who sent it, which operation,",
+        "    // when it was received. Empty outside a call. Throws std::logic_error without an actor.",
+        "    kelva::actors::CallbackInfo callbackInfo() const;",
     ]
     if facade == "Client":
         out += ["    void setName(const std::string& name);",
@@ -132,6 +162,7 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
         "    friend struct vantrel::frame::FacadeAccess;",
         f"    {facade}(std::weak_ptr<kelva::actors::IActor> actor, bool writeEnabled, bool readEnabled, {S} session,",
         f"            {M} monitorSession);",
+        "    kelva::actors::IActor& actor();",
         f"    static {facade} createCustom({S} session, const std::string& name, {R}& impl,",
         "                               const std::vector<std::string>& methods);",
         f"    static {facade} createCustom({S} session, const std::string& name, const vantrel::CallbackMap& callbacks,",
@@ -161,6 +192,8 @@ def emit_public_header(mod: Module) -> str:
     out += ["", f"namespace {mod.name} {{", ""]
     out.append(f"inline const std::string ModuleName = \"{mod.name}\";")
     for name, value in mod.consts.items():
+        if name == "InterfaceVersion":
+            out.append("// The version of this module's interface (major.minor.patch), published with every actor of it.")
         out.append(f"inline const std::string {name} = \"{value}\";")
     out.append("")
     for kind, d in _decls_in_file_order(mod):

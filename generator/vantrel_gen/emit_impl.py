@@ -6,6 +6,7 @@ from .cpp_names import api_type, param_type, wire_message
 from .emit_api import HEADER_NOTE, operation_params
 from .emit_wire import from_wire_member, to_wire_member
 from .model import Message, Module
+from .versions import interface_version
 
 _RECEIVER = {"IService": "Service", "IClient": "Client"}
 
@@ -143,75 +144,92 @@ def emit_msg_source(mod: Module) -> str:
     return "\n".join(out)
 
 
+def _traced(signature: str, body: str) -> list[str]:
+    """A facade function that traces its own signature on entry and then does `body`."""
+    return [f"{signature} {{", "    KELVA_TRACE_ENTRY();", *[f"    {line}" for line in body.split("\n") if line], "}"]
+
+
 def _facade_source(mod: Module, facade: str, sends: str, receives: str) -> list[str]:
     F, R = facade, receives
     S = "std::shared_ptr<kelva::actors::Session>"
     Mo = "std::shared_ptr<kelva::actors::MonitorSession>"
     side = f"{F}Side"
     A = "vantrel::frame::FacadeAccess"
-    return [
-        f"{F}::{F}() noexcept : FacadeCore(\"{F}\") {{}}",
-        f"{F}::{F}(std::weak_ptr<kelva::actors::IActor> actor, bool writeEnabled, bool readEnabled, {S} session,",
-        f"         {Mo} monitorSession)",
-        f"    : FacadeCore(\"{F}\", std::move(actor), writeEnabled, readEnabled, std::move(session), std::move(monitorSession)) {{}}",
-        f"{F}::{F}({F}&&) noexcept = default;",
-        f"{F}& {F}::operator=({F}&&) noexcept = default;",
-        f"{F}::~{F}() = default;",
-        "",
-        f"{F} {F}::createWriteOnly(int32_t domain, const std::string& name) {{",
-        "    return createWriteOnly(vantrel::frame::sessionFor(domain), name);", "}",
-        f"{F} {F}::createWriteOnly({S} session, const std::string& name) {{",
-        f"    return {A}::createWriteOnly<{F}, {side}>(std::move(session), name);", "}",
-        f"{F} {F}::createCustom({S} session, const std::string& name, {R}& impl, const std::vector<std::string>& methods) {{",
-        f"    return {A}::createCustom<{F}, {side}>(std::move(session), name, &impl, methods);", "}",
-        f"{F} {F}::createCustom({S} session, const std::string& name, const vantrel::CallbackMap& callbacks,",
-        "                      const std::vector<std::string>& methods) {",
-        f"    return {A}::createCustom<{F}, {side}>(std::move(session), name, &callbacks, methods);", "}",
-        f"{F} {F}::createCustomReadOnly({Mo} monitor, const std::string& name, {R}& impl,",
-        "                              const std::vector<std::string>& methods) {",
-        f"    return {A}::createCustomReadOnly<{F}, {side}>(std::move(monitor), name, &impl, methods);", "}",
-        f"{F} {F}::createCustomReadOnly({Mo} monitor, const std::string& name, const vantrel::CallbackMap& callbacks,",
-        "                              const std::vector<std::string>& methods) {",
-        f"    return {A}::createCustomReadOnly<{F}, {side}>(std::move(monitor), name, &callbacks, methods);", "}",
-        f"{F} {F}::createCustomReadOnlyMultiplex({Mo} monitor, {R}& impl, const std::vector<std::string>& methods) {{",
-        f"    return {A}::createCustomReadOnlyMultiplex<{F}, {side}>(std::move(monitor), &impl, methods);", "}",
-        f"{F} {F}::createCustomReadOnlyMultiplex({Mo} monitor, const vantrel::CallbackMap& callbacks,",
-        "                                       const std::vector<std::string>& methods) {",
-        f"    return {A}::createCustomReadOnlyMultiplex<{F}, {side}>(std::move(monitor), &callbacks, methods);", "}",
-        "",
-        f"{F}* {F}::_internalSwigCreate(int domain, const std::string& name, {R}& impl) {{",
-        f"    return new {F}(createCustom(vantrel::frame::sessionFor(domain), name, impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreate({S} session, const std::string& name, {R}& impl) {{",
-        f"    return new {F}(createCustom(std::move(session), name, impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreateMonitor(int domain, {R}& impl) {{",
-        f"    return new {F}(createCustomReadOnlyMultiplex(vantrel::frame::monitorSessionFor(domain), impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreateMonitor(int domain, const std::string& name, {R}& impl) {{",
-        f"    return new {F}(createCustomReadOnly(vantrel::frame::monitorSessionFor(domain), name, impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreateMonitor({Mo} monitor, {R}& impl) {{",
-        f"    return new {F}(createCustomReadOnlyMultiplex(std::move(monitor), impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreateMonitor({Mo} monitor, const std::string& name, {R}& impl) {{",
-        f"    return new {F}(createCustomReadOnly(std::move(monitor), name, impl, getMethodsAll{R}()));", "}",
-        f"{F}* {F}::_internalSwigCreateWriteOnly(int domain, const std::string& name) {{",
-        f"    return new {F}(createWriteOnly(domain, name));", "}",
-        f"{F}* {F}::_internalSwigCreateWriteOnly({S} session, const std::string& name) {{",
-        f"    return new {F}(createWriteOnly(std::move(session), name));", "}",
-        "",
-        f"std::shared_ptr<{sends}> {F}::operator->() {{ return {A}::sender<Sender{sends}>(*this); }}",
-        f"bool {F}::isCheckMostDerivedClassType(kelva::actors::Session& session) {{",
-        f"    return {A}::isCheckMostDerivedClassType(session);", "}",
-        f"bool {F}::isCheckMostDerivedClassType(kelva::actors::MonitorSession& session) {{",
-        f"    return {A}::isCheckMostDerivedClassType(session);", "}",
-    ] + ([f"void {F}::setName(const std::string& name) {{ setNameImpl(name); }}",
-          f"void {F}::waitUntilConnected() {{ waitUntilConnectedImpl(); }}"] if F == "Client" else []) + [""]
+    out = [f"{F}::{F}() noexcept : FacadeCore(\"{F}\") {{ KELVA_TRACE_ENTRY(); }}",
+           f"{F}::{F}(std::weak_ptr<kelva::actors::IActor> actor, bool writeEnabled, bool readEnabled, {S} session,",
+           f"         {Mo} monitorSession)",
+           f"    : FacadeCore(\"{F}\", std::move(actor), writeEnabled, readEnabled, std::move(session), std::move(monitorSession)) {{",
+           "    KELVA_TRACE_ENTRY();", "}",
+           f"{F}::{F}({F}&& other) noexcept : FacadeCore(std::move(other)) {{ KELVA_TRACE_ENTRY(); }}"]
+    out += _traced(f"{F}& {F}::operator=({F}&& other) noexcept", "FacadeCore::operator=(std::move(other));\nreturn *this;")
+    out += [f"{F}::~{F}() {{ KELVA_TRACE_ENTRY(); }}", ""]
+    bodies = [
+        (f"{F} {F}::createWriteOnly(int32_t domain, const std::string& name)",
+         "return createWriteOnly(vantrel::frame::sessionFor(domain), name);"),
+        (f"{F} {F}::createWriteOnly({S} session, const std::string& name)",
+         f"return {A}::createWriteOnly<{F}, {side}>(std::move(session), name);"),
+        (f"{F} {F}::createCustom({S} session, const std::string& name, {R}& impl, const std::vector<std::string>& methods)",
+         f"return {A}::createCustom<{F}, {side}>(std::move(session), name, &impl, methods);"),
+        (f"{F} {F}::createCustom({S} session, const std::string& name, const vantrel::CallbackMap& callbacks,\n"
+         "                      const std::vector<std::string>& methods)",
+         f"return {A}::createCustom<{F}, {side}>(std::move(session), name, &callbacks, methods);"),
+        (f"{F} {F}::createCustomReadOnly({Mo} monitor, const std::string& name, {R}& impl,\n"
+         "                              const std::vector<std::string>& methods)",
+         f"return {A}::createCustomReadOnly<{F}, {side}>(std::move(monitor), name, &impl, methods);"),
+        (f"{F} {F}::createCustomReadOnly({Mo} monitor, const std::string& name, const vantrel::CallbackMap& callbacks,\n"
+         "                              const std::vector<std::string>& methods)",
+         f"return {A}::createCustomReadOnly<{F}, {side}>(std::move(monitor), name, &callbacks, methods);"),
+        (f"{F} {F}::createCustomReadOnlyMultiplex({Mo} monitor, {R}& impl, const std::vector<std::string>& methods)",
+         f"return {A}::createCustomReadOnlyMultiplex<{F}, {side}>(std::move(monitor), &impl, methods);"),
+        (f"{F} {F}::createCustomReadOnlyMultiplex({Mo} monitor, const vantrel::CallbackMap& callbacks,\n"
+         "                                       const std::vector<std::string>& methods)",
+         f"return {A}::createCustomReadOnlyMultiplex<{F}, {side}>(std::move(monitor), &callbacks, methods);"),
+        (f"{F}* {F}::_internalSwigCreate(int domain, const std::string& name, {R}& impl)",
+         f"return new {F}(createCustom(vantrel::frame::sessionFor(domain), name, impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreate({S} session, const std::string& name, {R}& impl)",
+         f"return new {F}(createCustom(std::move(session), name, impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreateMonitor(int domain, {R}& impl)",
+         f"return new {F}(createCustomReadOnlyMultiplex(vantrel::frame::monitorSessionFor(domain), impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreateMonitor(int domain, const std::string& name, {R}& impl)",
+         f"return new {F}(createCustomReadOnly(vantrel::frame::monitorSessionFor(domain), name, impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreateMonitor({Mo} monitor, {R}& impl)",
+         f"return new {F}(createCustomReadOnlyMultiplex(std::move(monitor), impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreateMonitor({Mo} monitor, const std::string& name, {R}& impl)",
+         f"return new {F}(createCustomReadOnly(std::move(monitor), name, impl, getMethodsAll{R}()));"),
+        (f"{F}* {F}::_internalSwigCreateWriteOnly(int domain, const std::string& name)",
+         f"return new {F}(createWriteOnly(domain, name));"),
+        (f"{F}* {F}::_internalSwigCreateWriteOnly({S} session, const std::string& name)",
+         f"return new {F}(createWriteOnly(std::move(session), name));"),
+        (f"std::shared_ptr<{sends}> {F}::operator->()", f"return {A}::sender<Sender{sends}>(*this);"),
+        (f"kelva::actors::ActorInfo {F}::actorInfo() const", "return actorInfoImpl();"),
+        (f"{S} {F}::getSession() const", "return session();"),
+        (f"{Mo} {F}::getMonitorSession() const", "return monitorSession();"),
+        (f"bool {F}::isValid() const", "return isValidImpl();"),
+        (f"void {F}::invalidate()", "invalidateImpl();"),
+        (f"kelva::actors::CallbackInfo {F}::callbackInfo() const", "return callbackInfoImpl();"),
+        (f"kelva::actors::IActor& {F}::actor()", "return actorImpl();"),
+        (f"bool {F}::isCheckMostDerivedClassType(kelva::actors::Session& session)",
+         f"return {A}::isCheckMostDerivedClassType(session);"),
+        (f"bool {F}::isCheckMostDerivedClassType(kelva::actors::MonitorSession& session)",
+         f"return {A}::isCheckMostDerivedClassType(session);"),
+    ]
+    if F == "Client":
+        bodies += [(f"void {F}::setName(const std::string& name)", "setNameImpl(name);"),
+                   (f"void {F}::waitUntilConnected()", "waitUntilConnectedImpl();")]
+    for signature, body in bodies:
+        out += _traced(signature, body)
+    return out + [""]
 
 
 def emit_api_source(mod: Module) -> str:
     M = mod.name
-    out = [_note(mod), f"#include \"intern/vantrel/impl/{M}.h\"", "#include \"vantrel/frame/Creation.h\"", "",
+    out = [_note(mod), f"#include \"intern/vantrel/impl/{M}.h\"", "#include \"kelva/utils/Log.h\"",
+           "#include \"vantrel/frame/Creation.h\"", "",
            f"namespace {M} {{", "namespace {", ""]
     for F, sends, receives in (("Client", "IService", "IClient"), ("Service", "IClient", "IService")):
         out += [f"struct {F}Side {{", f"    static constexpr const char* moduleName = \"{M}\";",
                 f"    using Sender = Sender{sends};", f"    using Observer = Observer{receives};",
+                f"    static constexpr const char* interfaceVersion = \"{interface_version(mod)}\";",
                 f"    static std::vector<std::string> sendMethods() {{ return getMethodsAll{sends}(); }}", "};", ""]
     out += ["}  // namespace", ""]
     for iface in ("IService", "IClient"):

@@ -10,7 +10,26 @@ from .emit_api import emit_public_header
 from .emit_impl import emit_api_source, emit_impl_header, emit_impl_source, emit_msg_source
 from .emit_tests import emit_roundtrip_test
 from .emit_wire import emit_wire_header, emit_wire_source
-from .idl_reader import load_all
+from .idl_reader import IdlError, load_all
+from .versions import interface_version
+
+def modules(idl_dir: str, only=None) -> list:
+    """The modules to generate: all of the folder, or those named in `only` and what they include."""
+    mods = load_all(idl_dir)
+    if only:
+        unknown = [m for m in only if m not in mods]
+        if unknown:
+            raise IdlError(idl_dir, 1, f"no such module: {', '.join(unknown)}")
+        wanted, todo = set(), list(only)
+        while todo:
+            name = todo.pop()
+            if name not in wanted:
+                wanted.add(name)
+                todo.extend(mods[name].includes)
+        mods = {name: mod for name, mod in mods.items() if name in wanted}
+    for mod in mods.values():
+        interface_version(mod)
+    return list(mods.values())
 
 
 def outputs(mod) -> dict[str, callable]:
@@ -43,9 +62,9 @@ def write_if_changed(path: str, text: str) -> None:
         f.write(text)
 
 
-def _generate(idl_dir: str, out_dir: str, kind) -> list[str]:
+def _generate(idl_dir: str, out_dir: str, kind, only=None) -> list[str]:
     written = []
-    for mod in load_all(idl_dir).values():
+    for mod in modules(idl_dir, only):
         for rel, emit in kind(mod).items():
             path = os.path.join(out_dir, rel)
             write_if_changed(path, emit(mod))
@@ -53,12 +72,12 @@ def _generate(idl_dir: str, out_dir: str, kind) -> list[str]:
     return written
 
 
-def generate(idl_dir: str, out_dir: str) -> list[str]:
-    return _generate(idl_dir, out_dir, outputs)
+def generate(idl_dir: str, out_dir: str, only=None) -> list[str]:
+    return _generate(idl_dir, out_dir, outputs, only)
 
 
-def list_outputs(idl_dir: str) -> list[str]:
-    return [rel for mod in load_all(idl_dir).values() for rel in outputs(mod)]
+def list_outputs(idl_dir: str, only=None) -> list[str]:
+    return [rel for mod in modules(idl_dir, only) for rel in outputs(mod)]
 
 
 def test_outputs(mod) -> dict[str, callable]:
@@ -68,9 +87,9 @@ def test_outputs(mod) -> dict[str, callable]:
     return {f"tests/roundtrip/RoundTrip_{short_name(mod.name)}.cpp": emit_roundtrip_test}
 
 
-def generate_tests(idl_dir: str, out_dir: str) -> list[str]:
-    return _generate(idl_dir, out_dir, test_outputs)
+def generate_tests(idl_dir: str, out_dir: str, only=None) -> list[str]:
+    return _generate(idl_dir, out_dir, test_outputs, only)
 
 
-def list_test_outputs(idl_dir: str) -> list[str]:
-    return [rel for mod in load_all(idl_dir).values() for rel in test_outputs(mod)]
+def list_test_outputs(idl_dir: str, only=None) -> list[str]:
+    return [rel for mod in modules(idl_dir, only) for rel in test_outputs(mod)]

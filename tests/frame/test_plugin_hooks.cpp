@@ -3,7 +3,9 @@
 // lacks a hook makes the facade's creation fail with the loader's text.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <mutex>
+#include <thread>
 
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Watchdog.h"
@@ -63,6 +65,11 @@ TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
     client.waitUntilConnected();
     client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId));
+    // Delivered before it is disposed (a disposal that overtakes the data stands for it).
+    ASSERT_TRUE(vantrel::test::waitUntil([&] {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        return watchdog.watched.size() == 1;
+    }));
     client->ConfigWatch("camera-app", "M_Camera", {}, true);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId + " dispose"));
     ASSERT_TRUE(vantrel::test::waitUntil([&] {
@@ -94,6 +101,84 @@ TEST(PluginHooks, APluginLackingAHookStopsCreationWithTheLoadersText) {
     Watchdog watchdog;
     auto service = M_Watchdog::Service::create(session, "watchdog", watchdog);
     EXPECT_TRUE(service.isValid());
+}
+
+}  // namespace
+
+namespace {
+
+std::size_t actorsOf(const std::shared_ptr<kelva::actors::Session>& session) {
+    return kelva::actors::SessionImpl::getSessionImpl(*session)->actorCount();
+}
+
+// A creation that fails leaves nothing behind: the actor is gone from the session, and samples that arrive
+// afterwards reach no handler (the observer they would run into was freed; the sanitizer pass checks).
+void expectNothingLeftAfterFailedServiceCreation(const char* plugin, const std::string& expectedHook) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(plugin));
+    Watchdog watchdog;
+    try {
+        auto service = M_Watchdog::Service::create(session, "watchdog", watchdog);
+        FAIL() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find(expectedHook), std::string::npos) << e.what();
+    }
+    EXPECT_EQ(actorsOf(session), 0u);
+
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto client = M_Watchdog::Client::createWriteOnly(clientSession, "console");
+    for (int i = 0; i < 20; ++i) client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::lock_guard<std::mutex> lock(watchdog.mutex);
+    EXPECT_TRUE(watchdog.watched.empty());
+}
+
+TEST(FailedCreation, AnObserverLackingAnInjectorHookTakesBackItsReadersAndActor) {
+    expectNothingLeftAfterFailedServiceCreation(WATCHDOG_PLUGIN_LACKING_INJECTOR, "M_Watchdog_IService_ConfigWatch_FromPlugin");
+}
+
+TEST(FailedCreation, ASenderFailingAfterTheObserverTakesBackTheWorkingObserverToo) {
+    expectNothingLeftAfterFailedServiceCreation(WATCHDOG_PLUGIN_LACKING_REPORT, "M_Watchdog_IClient_ReportWatchStatus_ToPlugin");
+}
+
+TEST(FailedCreation, EveryReadOnlyVariantLeavesNothingBehind) {
+    auto config = withPlugin(WATCHDOG_PLUGIN_LACKING_INJECTOR);
+    auto monitor = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId(), config);
+    Watchdog watchdog;
+    vantrel::CallbackMap none;
+    EXPECT_THROW(M_Watchdog::Service::createReadOnly(monitor, "watcher", watchdog), std::runtime_error);
+    EXPECT_THROW(M_Watchdog::Service::createMonitor(monitor, watchdog), std::runtime_error);
+    EXPECT_THROW(M_Watchdog::Service::createMonitor(monitor, none), std::runtime_error);
+    EXPECT_EQ(kelva::actors::SessionImpl::getSessionImpl(*monitor)->actorCount(), 0u);
+}
+
+TEST(FailedCreation, ASecondCreationUnderATakenNameFailsWithoutHarmingTheFirst) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    Watchdog first, second;
+    auto service = M_Watchdog::Service::create(session, "watchdog", first);
+    EXPECT_THROW(M_Watchdog::Service::create(session, "watchdog", second), std::logic_error);
+    EXPECT_TRUE(service.isValid());
+    auto client = M_Watchdog::Client::createWriteOnly(session, "console");
+    client->ConfigWatch("camera-app", "M_Camera", {}, false);
+    EXPECT_TRUE(vantrel::test::waitUntil([&] {
+        std::lock_guard<std::mutex> lock(first.mutex);
+        return first.watched.size() == 1;
+    }));
+}
+
+TEST(PluginHooks, InjectingAnOperationWithoutAnEntryInTheCallbackMapThrowsOutOfRange) {
+    PluginProbe probe(WATCHDOG_PLUGIN);
+    probe.reset();
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(WATCHDOG_PLUGIN));
+    vantrel::CallbackMap callbacks;  // ConfigWatch is read but has no entry
+    auto service = M_Watchdog::Service::create(session, "watchdog", callbacks, {"ConfigWatch"});
+    try {
+        probe.inject("IService_ConfigWatch", "plugin-sender");
+        FAIL() << "no exception";
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "invalid map<K, T> key");
+    }
+    service.invalidate();
+    probe.reset();
 }
 
 }  // namespace

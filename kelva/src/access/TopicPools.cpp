@@ -51,6 +51,22 @@ bool TopicPoolRead::hasReaders() const {
     return !m_readers.empty();
 }
 
+void TopicPoolRead::removeReader(IReader& reader) {
+    std::unique_ptr<IReader> removed;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        for (auto it = m_readers.begin(); it != m_readers.end(); ++it) {
+            if (it->get() != &reader) continue;
+            removed = std::move(*it);
+            m_readers.erase(it);
+            break;
+        }
+    }
+    if (!removed) return;
+    removed->stop();
+    if (m_dispatcher.onDispatcherThread()) m_dispatcher.keepUntilHandlerReturns(std::shared_ptr<IReader>(std::move(removed)));
+}
+
 void TopicPoolRead::stop() {
     std::vector<std::unique_ptr<IReader>> readers;
     {

@@ -70,6 +70,7 @@ SessionImpl::~SessionImpl() {
     shutdown();
     // Destroyed from one of its own handlers, the dispatcher deletes itself once that handler returned.
     access::Dispatcher::release(std::move(m_dispatcher));
+    m_actorInfo.reset();  // before the participant: its reader's listener stops first
     dds_delete(m_participant);
 }
 
@@ -90,39 +91,38 @@ void SessionImpl::publishSelf() {
     session.IsMonitor = m_isMonitor;
     publishOnce(m_infoPublisher, &kelva_intern_Session_desc, "kelva_intern_Session", session);
 
-    dds_qos_t* qos = infoQos();
-    const dds_entity_t topic = dds_create_topic(m_participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
-    if (topic >= 0) m_actorInfoWriter = dds_create_writer(m_infoPublisher, topic, qos, nullptr);
-    dds_delete_qos(qos);
+    m_actorInfo = std::make_unique<ActorInfoChannel>(m_participant, m_sessionId);
 }
 
 void SessionImpl::publishActorInfo(const ActorInfo& info) {
-    if (m_actorInfoWriter <= 0) return;
-    std::vector<char*> read, write;
-    for (const auto& m : info.methodsRead) read.push_back(const_cast<char*>(m.c_str()));
-    for (const auto& m : info.methodsWrite) write.push_back(const_cast<char*>(m.c_str()));
-    kelva_intern_ActorInfo sample{};
-    sample.ActorId = const_cast<char*>(info.actorId.c_str());
-    sample.SessionId = const_cast<char*>(info.sessionId.c_str());
-    sample.Name = const_cast<char*>(info.name.c_str());
-    sample.ModuleName = const_cast<char*>(info.moduleName.c_str());
-    sample.MethodsRead._buffer = read.data();
-    sample.MethodsRead._length = sample.MethodsRead._maximum = static_cast<uint32_t>(read.size());
-    sample.MethodsWrite._buffer = write.data();
-    sample.MethodsWrite._length = sample.MethodsWrite._maximum = static_cast<uint32_t>(write.size());
-    const dds_return_t rc = dds_write(m_actorInfoWriter, &sample);
-    if (rc != DDS_RETCODE_OK) utils::log::error() << "SessionImpl::publishActorInfo: " << dds_strretcode(rc);
+    if (m_actorInfo) m_actorInfo->publish(info);
+}
+
+void SessionImpl::withdrawActorInfo(const std::string& actorId) {
+    if (m_actorInfo) m_actorInfo->withdraw(actorId);
+}
+
+void SessionImpl::noteInterfaceVersion(const std::string& moduleName, const std::string& version) {
+    if (m_actorInfo) m_actorInfo->noteLocalVersion(moduleName, version);
 }
 
 std::shared_ptr<SessionImpl> SessionImpl::getSessionImpl(Session& session) { return session.m_impl; }
 std::shared_ptr<SessionImpl> SessionImpl::getSessionImpl(MonitorSession& session) { return session.m_impl; }
 
-std::shared_ptr<SimpleActor> SessionImpl::createActor(const std::string& name, bool, const std::string& moduleName) {
+std::shared_ptr<SimpleActor> SessionImpl::createActor(const std::string& name, bool reserved, const std::string& moduleName) {
+    bool created = false;
+    return createActor(name, reserved, moduleName, created);
+}
+
+std::shared_ptr<SimpleActor> SessionImpl::createActor(const std::string& name, bool, const std::string& moduleName,
+                                                      bool& created) {
     std::lock_guard<std::mutex> lock(m_mutex);
+    created = false;
     const auto key = std::make_pair(name, moduleName);
     if (auto it = m_byName.find(key); it != m_byName.end()) {
         if (auto existing = it->second.lock(); existing && existing->isValid()) return existing;
     }
+    created = true;
     const std::string actorId = m_sessionId + ":" + std::to_string(m_nextActor++);
     auto actor = std::make_shared<SimpleActor>(shared_from_this(), actorId, name, moduleName);
     m_actors.push_back(actor);
@@ -139,7 +139,12 @@ std::shared_ptr<MultiplexActor> SessionImpl::createActorMultiplex(bool, const st
         m_actors.push_back(actor);
         carriedName = moduleName + "#monitor" + std::to_string(m_nextActor++);
     }
-    actor->addActor(carriedName);
+    try {
+        actor->addActor(carriedName);
+    } catch (...) {
+        actor->shutdown();  // a failed creation leaves no actor in the session
+        throw;
+    }
     return actor;
 }
 

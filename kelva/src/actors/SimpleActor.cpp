@@ -37,7 +37,10 @@ void SimpleActor::shutdown() {
     }
     m_readPool->stop();
     m_writePool->stop();
-    if (auto session = m_session.lock()) session->releaseActor(this);
+    if (auto session = m_session.lock()) {
+        session->withdrawActorInfo(m_actorId);
+        session->releaseActor(this);
+    }
 }
 
 bool SimpleActor::isValid() const {
@@ -68,6 +71,16 @@ void SimpleActor::setClientName(const std::string& name) {
         info = m_info;
     }
     if (auto session = m_session.lock()) session->publishActorInfo(info);
+}
+
+void SimpleActor::setInterfaceVersion(const std::string& version) {
+    std::string module;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_info.interfaceVersion = version;
+        module = m_info.moduleName;
+    }
+    if (auto session = m_session.lock()) session->noteInterfaceVersion(module, version);
 }
 
 void SimpleActor::waitUntilConnected() {

@@ -61,7 +61,7 @@ void readLog(const Where& w, const toml::value& section, Config& c) {
 }
 
 void readQosRule(const Where& w, const toml::value& v, QosRule& rule) {
-    w.onlyKeys(v, "qos", {"match", "reliability", "durability", "history", "max_blocking_time_ms"});
+    w.onlyKeys(v, "qos", {"match", "reliability", "durability", "history", "writer_history", "max_blocking_time_ms"});
     const auto& t = v.as_table();
     if (!t.count("match")) w.fail(v, "qos.match", "missing");
     for (const auto& [key, x] : t) {
@@ -82,6 +82,10 @@ void readQosRule(const Where& w, const toml::value& v, QosRule& rule) {
             if (x.is_string() && x.as_string().str == "all") rule.historyDepth = 0;
             else if (x.is_integer()) rule.historyDepth = w.integer(x, "qos.history", 1, 1000000);
             else w.fail(x, "qos.history", "expected \"all\" or a depth of at least 1");
+        } else if (key == "writer_history") {
+            if (x.is_string() && x.as_string().str == "all") rule.writerHistoryDepth = 0;
+            else if (x.is_integer()) rule.writerHistoryDepth = w.integer(x, "qos.writer_history", 1, 1000000);
+            else w.fail(x, "qos.writer_history", "expected \"all\" or a depth of at least 1");
         } else {
             rule.maxBlockingTimeMs = w.integer(x, "qos.max_blocking_time_ms", 0, 3600000);
         }

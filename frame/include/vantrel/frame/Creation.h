@@ -1,13 +1,14 @@
 #pragma once
 // The creation of facades, one template per creation variant. `Side` describes one facade of a module:
-//   facadeName, moduleName, Sender, Observer, sendMethods() (the operation names it sends).
+//   facadeName, moduleName, interfaceVersion, Sender, Observer, sendMethods() (the operation names it sends).
+// A creation that fails leaves nothing behind: an actor made for it is shut down (its readers stopped, its
+// description withdrawn, its session lets go of it) before the exception leaves.
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SimpleActor.h"
-#include "kelva/utils/Log.h"
 #include "vantrel/frame/FacadeCore.h"
 
 namespace vantrel::frame {
@@ -20,12 +21,29 @@ struct FacadeAccess {
         return Facade(std::move(actor), write, read, std::move(session), std::move(monitor));
     }
 
+    // The actor named `name` with what `attach` installs on it. If `attach` throws, an actor that this call
+    // made is shut down first; one made before under the same name (the duplicate checks throw) stays.
+    template <class Side, class Attach>
+    static std::shared_ptr<kelva::actors::SimpleActor> actorWith(kelva::actors::SessionImpl& session,
+                                                                  const std::string& name, Attach&& attach) {
+        bool created = false;
+        auto actor = session.createActor(name, false, Side::moduleName, created);
+        try {
+            if (created) actor->setInterfaceVersion(Side::interfaceVersion);
+            attach(*actor);
+        } catch (...) {
+            if (created) actor->shutdown();
+            throw;
+        }
+        return actor;
+    }
+
     template <class Facade, class Side>
     static Facade createWriteOnly(std::shared_ptr<kelva::actors::Session> session, const std::string& name) {
-        KELVA_TRACE_ENTRY();
         auto impl = kelva::actors::SessionImpl::getSessionImpl(*session);
-        auto actor = impl->createActor(name, false, Side::moduleName);
-        actor->template createSender<typename Side::Sender>(Side::sendMethods());
+        auto actor = actorWith<Side>(*impl, name, [](kelva::actors::SimpleActor& a) {
+            a.template createSender<typename Side::Sender>(Side::sendMethods());
+        });
         return make<Facade>(actor, true, false, std::move(session), nullptr);
     }
 
@@ -33,33 +51,32 @@ struct FacadeAccess {
     template <class Facade, class Side, class Target>
     static Facade createCustom(std::shared_ptr<kelva::actors::Session> session, const std::string& name,
                                Target target, const std::vector<std::string>& methods) {
-        KELVA_TRACE_ENTRY();
         auto impl = kelva::actors::SessionImpl::getSessionImpl(*session);
-        auto actor = impl->createActor(name, false, Side::moduleName);
-        actor->template createObserver<typename Side::Observer>(methods, target);  // observer before sender
-        actor->template createSender<typename Side::Sender>(Side::sendMethods());
+        auto actor = actorWith<Side>(*impl, name, [&](kelva::actors::SimpleActor& a) {
+            a.template createObserver<typename Side::Observer>(methods, target);  // observer before sender
+            a.template createSender<typename Side::Sender>(Side::sendMethods());
+        });
         return make<Facade>(actor, true, true, std::move(session), nullptr);
     }
 
     template <class Facade, class Side, class Target>
     static Facade createCustomReadOnly(std::shared_ptr<kelva::actors::MonitorSession> monitor, const std::string& name,
                                        Target target, const std::vector<std::string>& methods) {
-        KELVA_TRACE_ENTRY();
         auto impl = kelva::actors::SessionImpl::getSessionImpl(*monitor);
-        auto actor = impl->createActor(name, false, Side::moduleName);
-        actor->template createObserver<typename Side::Observer>(methods, target);
+        auto actor = actorWith<Side>(*impl, name, [&](kelva::actors::SimpleActor& a) {
+            a.template createObserver<typename Side::Observer>(methods, target);
+        });
         return make<Facade>(actor, false, true, nullptr, std::move(monitor));
     }
 
     template <class Facade, class Side, class Target>
     static Facade createCustomReadOnlyMultiplex(std::shared_ptr<kelva::actors::MonitorSession> monitor, Target target,
                                                 const std::vector<std::string>& methods) {
-        KELVA_TRACE_ENTRY();
         auto impl = kelva::actors::SessionImpl::getSessionImpl(*monitor);
         auto factory = [target, methods](std::shared_ptr<kelva::actors::SessionImpl> session, const std::string& name) {
-            auto actor = session->createActor(name, false, Side::moduleName);
-            actor->template createObserver<typename Side::Observer>(methods, target);
-            return actor;
+            return actorWith<Side>(*session, name, [&](kelva::actors::SimpleActor& a) {
+                a.template createObserver<typename Side::Observer>(methods, target);
+            });
         };
         auto actor = impl->createActorMultiplex(false, Side::moduleName, factory);
         return make<Facade>(actor, false, false, nullptr, std::move(monitor));
@@ -68,7 +85,6 @@ struct FacadeAccess {
     // The facade's sender viewed as the operation interface (see operator-> of the facades).
     template <class Sender>
     static std::shared_ptr<Sender> sender(FacadeCore& facade) {
-        KELVA_TRACE_ENTRY();
         void* cached = nullptr;
         auto actor = facade.lockActor(cached);
         const char* who = facade.m_facadeName;

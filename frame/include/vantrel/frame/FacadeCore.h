@@ -18,19 +18,12 @@ namespace vantrel::frame {
 
 struct FacadeAccess;
 
+// The logic of the facade operations, once for every module. The generated Client and Service expose it
+// through operations of their own (each traces its own signature on entry).
 class FacadeCore {
 public:
     FacadeCore(const FacadeCore&) = delete;
     FacadeCore& operator=(const FacadeCore&) = delete;
-
-    // Throws std::logic_error "Actor not initialised!" when the facade holds no actor.
-    kelva::actors::ActorInfo actorInfo() const;
-    std::shared_ptr<kelva::actors::Session> getSession() const { return m_session; }
-    std::shared_ptr<kelva::actors::MonitorSession> getMonitorSession() const { return m_monitorSession; }
-    bool isValid() const;
-    // Shuts the actor down and blocks (polling every 10 ms) until the toolkit released it. Idempotent.
-    // Called from a callback of the same session it does not wait: the actor goes when the callback returns.
-    void invalidate();
 
 protected:
     explicit FacadeCore(const char* facadeName) noexcept : m_facadeName(facadeName) {}
@@ -41,8 +34,19 @@ protected:
     FacadeCore& operator=(FacadeCore&& other) noexcept;
     ~FacadeCore();
 
+    // Throws std::logic_error "Actor not initialised!" when the facade holds no actor.
+    kelva::actors::ActorInfo actorInfoImpl() const;
+    const std::shared_ptr<kelva::actors::Session>& session() const { return m_session; }
+    const std::shared_ptr<kelva::actors::MonitorSession>& monitorSession() const { return m_monitorSession; }
+    bool isValidImpl() const;
+    // Shuts the actor down and blocks (polling every 10 ms) until the toolkit released it. Idempotent.
+    // Called from a callback of the same session it does not wait: the actor goes when the callback returns.
+    void invalidateImpl();
+    // The information of the operation being dispatched to this facade right now (empty outside a call);
+    // throws "<Facade>::m_actor not initialised!".
+    kelva::actors::CallbackInfo callbackInfoImpl() const;
     // The actor; throws "<Facade>::m_actor not initialised!". The reference must not outlive the facade.
-    kelva::actors::IActor& actor();
+    kelva::actors::IActor& actorImpl();
     void setNameImpl(const std::string& name);
     void waitUntilConnectedImpl();
 
@@ -51,6 +55,8 @@ private:
     std::shared_ptr<kelva::actors::IActor> lockActor() const;
     // The actor with the sender found for it earlier (null until the first lookup).
     std::shared_ptr<kelva::actors::IActor> lockActor(void*& cachedSender) const;
+    // The actor, or the logic error "<Facade>::m_actor not initialised!".
+    std::shared_ptr<kelva::actors::IActor> requireActor() const;
     void cacheSender(const kelva::actors::IActor* actor, void* sender);
     std::weak_ptr<kelva::actors::IActor> takeActor() noexcept;
     long actorOwners() const;

@@ -6,6 +6,7 @@
 //   decode(Args&, const Wire&, bool disposed), call(Interface&, const Args&).
 #include <algorithm>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -24,7 +25,9 @@ public:
     ObserverCore(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolRead& pool, kelva::base::PluginLoader& loader)
         : m_actor(actor), m_pool(pool), m_loader(loader) {}
 
-    // Target: Interface* (may be null: then nothing is read) or const CallbackMap*.
+    // Target: Interface* (may be null: then nothing is read) or const CallbackMap*. If anything fails (a
+    // reader cannot be made, a plug-in lacks a hook or its hook throws), the readers made so far are removed
+    // before the exception leaves: no handler can run into an observer that was never completed.
     template <class... Ops, class Target>
     void start(const std::vector<std::string>& methods, Target target) {
         if (target == nullptr) {
@@ -33,13 +36,22 @@ public:
         }
         // An interface without operations (a module whose service only reports) has nothing to override.
         if (methods.empty() && sizeof...(Ops) != 0) kelva::utils::log::warn() << "no single overridden method detected.";
-        (addReader<Ops>(methods, target), ...);
-        for (const auto& plugin : m_loader.pluginNames()) (offerInjector<Ops>(plugin, target), ...);
+        std::vector<kelva::access::IReader*> made;
+        try {
+            (addReader<Ops>(methods, target, made), ...);
+            // Every hook is looked up before the first is called: a plug-in lacking one gets no injector.
+            std::vector<std::function<void()>> offers;
+            for (const auto& plugin : m_loader.pluginNames()) (offers.push_back(injectorOffer<Ops>(plugin, target)), ...);
+            for (auto& offer : offers) offer();
+        } catch (...) {
+            for (auto it = made.rbegin(); it != made.rend(); ++it) m_pool.removeReader(**it);
+            throw;
+        }
     }
 
 private:
     template <class Op, class Target>
-    void addReader(const std::vector<std::string>& methods, Target target) {
+    void addReader(const std::vector<std::string>& methods, Target target, std::vector<kelva::access::IReader*>& made) {
         if (std::find(methods.begin(), methods.end(), Op::name) == methods.end()) return;
         // Each handler decodes into the same values every time (the reader calls it on the dispatcher
         // thread only, one sample at a time): strings and lists keep their storage from the previous
@@ -55,9 +67,9 @@ private:
                                                                         const dds_sample_info_t& info) mutable {
                 if (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED) receive<Op>(target, wire, true, args);
             };
-            m_pool.createTopicRead<typename Op::Wire>(onData, onDispose);
+            made.push_back(&m_pool.createTopicRead<typename Op::Wire>(onData, onDispose));
         } else {
-            m_pool.createTopicRead<typename Op::Wire>(onData);
+            made.push_back(&m_pool.createTopicRead<typename Op::Wire>(onData));
         }
     }
 
@@ -67,16 +79,20 @@ private:
         dispatch<Op>(target, wire.kelva_sending_actor ? wire.kelva_sending_actor : "", args);
     }
 
+    // Looks the plug-in's `_FromPlugin` hook of Op up (throws if it lacks it) and returns the call that hands
+    // it the injector.
     template <class Op, class Target>
-    void offerInjector(const std::string& plugin, Target target) {
+    std::function<void()> injectorOffer(const std::string& plugin, Target target) {
         using Hook = void (*)(const std::string&, typename Op::Injector);
         Hook hook = m_loader.loadFunc<Hook>(plugin, Op::hook);
-        hook(m_actor.actorId(), [this, target](const std::string& sender, const auto&... values) {
-            const typename Op::Args args(values...);
-            kelva::utils::log::trace() << "call user-callback from plugin";
-            dispatch<Op>(target, sender.c_str(), args);
-            kelva::utils::log::trace() << "... rmodel user-callback from plugin returned.";
-        });
+        return [this, hook, target] {
+            hook(m_actor.actorId(), [this, target](const std::string& sender, const auto&... values) {
+                const typename Op::Args args(values...);
+                kelva::utils::log::trace() << "call user-callback from plugin";
+                dispatch<Op>(target, sender.c_str(), args, /*injected=*/true);
+                kelva::utils::log::trace() << "... rmodel user-callback from plugin returned.";
+            });
+        };
     }
 
     // The actor's base information with the sender, the operation and the reception time.
@@ -85,7 +101,8 @@ private:
     }
 
     template <class Op>
-    void dispatch(typename Op::Interface* impl, const char* sender, const typename Op::Args& args) {
+    void dispatch(typename Op::Interface* impl, const char* sender, const typename Op::Args& args,
+                  bool /*injected*/ = false) {
         setInfo(sender, Op::name);
         kelva::utils::log::trace() << "Calling rmodel user-callback ...";
         Op::call(*impl, args);
@@ -93,10 +110,13 @@ private:
         m_actor.resetCallbackInfo();
     }
 
+    // A received operation without an entry in the map is logged and dropped; an injected one is the
+    // plug-in's mistake and throws the standard out-of-range error back to it.
     template <class Op>
-    void dispatch(const CallbackMap* map, const char* sender, const typename Op::Args& args) {
+    void dispatch(const CallbackMap* map, const char* sender, const typename Op::Args& args, bool injected = false) {
         auto entry = map->find(Op::name);
         if (entry == map->end()) {
+            if (injected) throw std::out_of_range("invalid map<K, T> key");
             kelva::utils::log::error() << "No callback found for " << Op::name;
             return;
         }

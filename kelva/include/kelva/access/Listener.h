@@ -4,6 +4,7 @@
 #include <dds/dds.h>
 
 #include "kelva/access/ConnectState.h"
+#include "kelva/access/DeliveryStats.h"
 #include "kelva/access/QosPattern.h"
 #include "kelva/access/TypeTraits.h"
 #include "kelva/utils/Log.h"
@@ -73,10 +74,12 @@ private:
                             << " (" << TypeTraits<T>::className() << ")";
     }
     static void onSampleRejected(dds_entity_t, const dds_sample_rejected_status_t status, void*) {
+        DeliveryStats::addRejected(static_cast<uint64_t>(status.total_count_change));
         utils::log::warn() << "on_sample_rejected " << TypeTraits<T>::className()
                            << " last_reason: " << static_cast<int>(status.last_reason);
     }
     static void onSampleLost(dds_entity_t, const dds_sample_lost_status_t status, void*) {
+        DeliveryStats::addLost(static_cast<uint64_t>(status.total_count_change));
         utils::log::warn() << "on_sample_lost: " << TypeTraits<T>::className() << " total:" << status.total_count
                            << " change: " << status.total_count_change;
     }

@@ -1,14 +1,15 @@
 #pragma once
 // A typed reader whose read condition the session's dispatcher watches. Samples are taken with loans (no
-// copy of the sample data) and handed, on the dispatcher thread, to the data handler (every sample with
-// data) and to the dispose handler (a sample without data, i.e. a disposal or the last writer gone, and the
-// last data sample of an instance that was disposed after it was written).
+// copy of the sample data) and handed, on the dispatcher thread, to the data handler (a sample with data
+// whose instance is not disposed) or to the dispose handler (a disposal, or the last data sample of an
+// instance that was disposed before the take: that instance's state is gone, not live).
 #include <dds/dds.h>
 
 #include <atomic>
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "kelva/access/Dispatcher.h"
 #include "kelva/access/Listener.h"
@@ -74,26 +75,32 @@ private:
     void handle(const T& sample, const dds_sample_info_t& info) {
         const bool debug = utils::log::Logger::isEnabled(utils::log::Level::debug);
         const bool alive = info.instance_state == DDS_IST_ALIVE;
+        const bool disposed = info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED;
         if (debug) {
-            utils::log::debug() << "Sample alive:" << alive
-                                << " Sample disposed:" << (info.instance_state == DDS_IST_NOT_ALIVE_DISPOSED)
+            utils::log::debug() << "Sample alive:" << alive << " Sample disposed:" << disposed
                                 << " Sample no_writers:" << (info.instance_state == DDS_IST_NOT_ALIVE_NO_WRITERS);
         }
-        if (info.valid_data) {
-            // Data is never dropped: a sample written before its instance was disposed still carries data
-            // (its instance state already says disposed when both arrived before this take).
+        // Data of an instance that was disposed before this take is not live state: the disposal stands for
+        // it. Without a dispose handler there is nothing else to report, and an instance whose writers went
+        // away still delivers what they wrote.
+        if (info.valid_data && (!disposed || !m_onDispose)) {
             if (debug) utils::log::debug() << "received: " << render(sample) << ". Callbacking user ...";
             m_onData(sample, info);
             utils::log::trace() << "... usercallback called.";
-            // The DDS layer adds no separate disposal sample when unread data of the instance was waiting:
-            // the last sample of a disposed instance in this take stands for the disposal too.
-            if (alive || info.sample_rank != 0 || !m_onDispose || m_stopped.load()) return;
+            return;
         }
-        if (m_onDispose) {
-            if (debug) utils::log::debug() << "received for disposing: " << render(sample) << ". Callbacking user ...";
-            m_onDispose(sample, info);
-            utils::log::trace() << "... usercallback called.";
+        if (!m_onDispose) return;
+        // One disposal per disposed instance: the older samples of it in this take, and the rest of the
+        // same instance's samples when a take continues a batch, are superseded by the disposal.
+        if (disposed) {
+            if (info.sample_rank != 0) return;
+            const std::pair<dds_instance_handle_t, uint32_t> disposal{info.instance_handle, info.disposed_generation_count};
+            if (info.valid_data && disposal == m_lastDisposal) return;
+            m_lastDisposal = disposal;
         }
+        if (debug) utils::log::debug() << "received for disposing: " << render(sample) << ". Callbacking user ...";
+        m_onDispose(sample, info);
+        utils::log::trace() << "... usercallback called.";
     }
 
     Dispatcher& m_dispatcher;
@@ -103,6 +110,8 @@ private:
     dds_entity_t m_entity = 0;
     dds_entity_t m_condition = 0;
     std::atomic<bool> m_stopped{false};
+    // The disposal dispatched last (instance, generation); touched on the dispatcher thread only.
+    std::pair<dds_instance_handle_t, uint32_t> m_lastDisposal{0, 0};
 };
 
 }  // namespace kelva::access

@@ -29,6 +29,9 @@ public:
     }
 
     bool hasReaders() const;
+    // Stops and deletes one reader of this pool (a creation that failed half-way takes back what it made):
+    // after it returns its handler is not running and never runs again (unless called from it).
+    void removeReader(IReader& reader);
     // Stops every reader: after it returns no handler of this pool runs (unless called from one).
     void stop();
 

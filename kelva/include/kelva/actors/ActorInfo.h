@@ -13,6 +13,7 @@ struct ActorInfo {
     int domainId = 0;
     std::vector<std::string> methodsRead;   // operations the observer selected
     std::vector<std::string> methodsWrite;  // operations the sender can send
+    std::string interfaceVersion;           // of the module's interface, major.minor.patch
 };
 
 // About the operation being dispatched to the application right now (valid only during the call).

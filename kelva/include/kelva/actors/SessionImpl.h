@@ -13,6 +13,7 @@
 #include "kelva/access/Dispatcher.h"
 #include "kelva/access/QosPattern.h"
 #include "kelva/actors/ActorInfo.h"
+#include "kelva/actors/ActorInfoChannel.h"
 #include "kelva/actors/IActor.h"
 #include "kelva/actors/MultiplexActor.h"
 #include "kelva/actors/SimpleActor.h"
@@ -38,6 +39,9 @@ public:
     // The actor named `name` of `moduleName` on this session: a new one, or the one made before under the
     // same name and module (a second facade then meets that actor's component checks).
     std::shared_ptr<SimpleActor> createActor(const std::string& name, bool reserved, const std::string& moduleName);
+    // The same; `created` tells whether the actor is new (false: the one made before under that name).
+    std::shared_ptr<SimpleActor> createActor(const std::string& name, bool reserved, const std::string& moduleName,
+                                             bool& created);
     std::shared_ptr<MultiplexActor> createActorMultiplex(bool reserved, const std::string& moduleName,
                                                          MultiplexActor::Factory factory);
 
@@ -45,6 +49,11 @@ public:
     base::PluginLoader& pluginLoader() { return m_plugins; }
     int firstWriteCallWaitForMatchTimeoutInMs() const { return m_config.firstWriteTimeoutMs; }
     void publishActorInfo(const ActorInfo& info);
+    // Withdraws a released actor's description: monitors that join later do not see it.
+    void withdrawActorInfo(const std::string& actorId);
+    // The interface version of a module that this session's actors speak; a peer speaking another is
+    // logged once at warn level.
+    void noteInterfaceVersion(const std::string& moduleName, const std::string& version);
 
     dds_entity_t participant() const { return m_participant; }
     int domainId() const { return m_domainId; }
@@ -73,7 +82,7 @@ private:
     std::unique_ptr<access::QosPatterns> m_qos;
     std::unique_ptr<access::Dispatcher> m_dispatcher;
     dds_entity_t m_infoPublisher = 0;
-    dds_entity_t m_actorInfoWriter = 0;
+    std::unique_ptr<ActorInfoChannel> m_actorInfo;  // null when actor information is not published
 
     mutable std::mutex m_mutex;
     std::vector<std::shared_ptr<IActor>> m_actors;

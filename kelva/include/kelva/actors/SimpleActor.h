@@ -37,6 +37,8 @@ public:
     const std::string& actorId() const { return m_actorId; }
     ActorInfo actorInfo() const;
     void setClientName(const std::string& name);
+    // The interface version of the actor's module (major.minor.patch), published with its description.
+    void setInterfaceVersion(const std::string& version);
     // Blocks until at least one of the actor's writers has a matched reader (returns at once when the
     // actor has no writers or is shut down).
     void waitUntilConnected();

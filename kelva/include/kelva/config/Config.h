@@ -25,7 +25,16 @@ struct QosRule {
     Reliability reliability = Reliability::Reliable;
     Durability durability = Durability::Volatile;
     int historyDepth = 0;  // 0: keep all; N > 0: keep last N per instance
-    int maxBlockingTimeMs = 1000;
+    // What a writer keeps per instance for readers that have not acknowledged it yet: a reader that is gone
+    // (crashed, unplugged) until its lease expires, or a live one that fell that far behind, which then
+    // reports the gap as lost samples. 0: keep all, so a reader that is gone holds the writer back until
+    // the throttling limit stops its sends. Readers always keep what their history says.
+    int writerHistoryDepth = kDefaultWriterHistory;
+    // How long a send may wait when the writer's unacknowledged data reaches the DDS layer's throttling
+    // limit; then it fails with a timeout.
+    int maxBlockingTimeMs = 50;
+
+    static constexpr int kDefaultWriterHistory = 1000;
 };
 
 struct Plugin {

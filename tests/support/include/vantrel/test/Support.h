@@ -13,7 +13,8 @@ namespace vantrel::test {
 // bound for a hang, not an expected duration: on a quiet loopback these take milliseconds.
 inline constexpr std::chrono::milliseconds kWaitBound{10000};
 
-// The DDS domain id of this test process: KELVA_TEST_DOMAIN if set, else 1 + pid % 200.
+// The DDS domain id of this test process: KELVA_TEST_DOMAIN if set, else one that no other test process on
+// this machine holds and no other process has sockets on (a lock per domain id, held for the process's life).
 int domainId();
 
 // Calls `condition` every few milliseconds until it returns true or `bound` has passed; returns its last
@@ -35,6 +36,10 @@ private:
 };
 
 namespace detail {
+// Allocates a domain as domainId() does, with the lock kept across exec: a command started in its place
+// holds the domain for its life.
+int allocateDomainForCommand();
+
 // Checks that CYCLONEDDS_URI names one readable configuration file that contains "127.0.0.1". On failure
 // returns false and says why in `why`.
 bool loopbackConfigured(std::string& why);

@@ -1,0 +1,129 @@
+// The descriptions that sessions publish of their actors (kelva_intern::ActorInfo): a monitor that joins
+// later sees exactly the live actors with their interface versions, and a peer that speaks another
+// version of a module is reported once.
+#include <dds/dds.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "kelva/actors/Session.h"
+#include "kelva_intern.h"
+#include "vantrel/M_Alert.h"
+#include "vantrel/M_Watchdog.h"
+#include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Support.h"
+
+using kelva::utils::log::Level;
+using vantrel::test::waitUntil;
+
+namespace {
+
+// A plain DDS participant reading the actor descriptions as a tool that starts late would.
+class LateMonitor {
+public:
+    LateMonitor() {
+        m_participant = dds_create_participant(vantrel::test::domainId(), nullptr, nullptr);
+        dds_qos_t* qos = dds_create_qos();
+        dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
+        dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
+        dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+        m_topic = dds_create_topic(m_participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
+        m_reader = dds_create_reader(m_participant, m_topic, qos, nullptr);
+        m_writer = dds_create_writer(m_participant, m_topic, qos, nullptr);
+        dds_delete_qos(qos);
+    }
+    ~LateMonitor() { dds_delete(m_participant); }
+
+    // Actor name -> interface version of every live description received so far.
+    std::map<std::string, std::string> live() {
+        void* samples[32];
+        dds_sample_info_t infos[32];
+        for (;;) {
+            samples[0] = nullptr;
+            const dds_return_t n = dds_take(m_reader, samples, infos, 32, 32);
+            if (n <= 0) break;
+            for (dds_return_t i = 0; i < n; ++i) {
+                const auto& s = *static_cast<const kelva_intern_ActorInfo*>(samples[i]);
+                if (infos[i].valid_data && infos[i].instance_state == DDS_IST_ALIVE) {
+                    m_names[s.ActorId] = s.Name;
+                    m_live[s.Name] = s.InterfaceVersion;
+                } else if (auto it = m_names.find(s.ActorId); it != m_names.end()) {
+                    m_live.erase(it->second);
+                }
+            }
+            dds_return_loan(m_reader, samples, n);
+        }
+        return m_live;
+    }
+
+    // Publishes the description of a foreign actor of `module` speaking `version`.
+    void announce(const char* actorId, const char* session, const char* module, const char* version) {
+        kelva_intern_ActorInfo s{};
+        s.ActorId = const_cast<char*>(actorId);
+        s.SessionId = const_cast<char*>(session);
+        s.Name = const_cast<char*>("foreign");
+        s.ModuleName = const_cast<char*>(module);
+        s.InterfaceVersion = const_cast<char*>(version);
+        ASSERT_EQ(dds_write(m_writer, &s), DDS_RETCODE_OK);
+    }
+
+private:
+    dds_entity_t m_participant, m_topic, m_reader, m_writer;
+    std::map<std::string, std::string> m_names, m_live;
+};
+
+TEST(ActorInfo, AMonitorJoiningLaterSeesOnlyLiveActorsWithTheirVersions) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto kept = M_Alert::Client::createWriteOnly(session, "kept");
+    {
+        auto gone = M_Alert::Client::createWriteOnly(session, "gone");
+        auto alsoGone = M_Watchdog::Service::createWriteOnly(session, "also-gone");
+    }
+    LateMonitor monitor;
+    std::map<std::string, std::string> live;
+    ASSERT_TRUE(waitUntil([&] { return (live = monitor.live()).count("kept") == 1; }));
+    EXPECT_EQ(live["kept"], M_Alert::InterfaceVersion);
+    // Give withdrawn descriptions the time to show up if they were still kept.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    live = monitor.live();
+    EXPECT_EQ(live.count("gone"), 0u);
+    EXPECT_EQ(live.count("also-gone"), 0u);
+
+    kept.invalidate();
+    EXPECT_TRUE(waitUntil([&] { return monitor.live().count("kept") == 0; })) << "the monitor still sees it";
+}
+
+TEST(ActorInfo, APeerSpeakingAnotherVersionOfAModuleInUseIsReportedOnce) {
+    vantrel::test::LogCapture capture(Level::warn);
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto client = M_Alert::Client::createWriteOnly(session, "console");
+    LateMonitor peer;
+    peer.announce("peer:1", "peer-session", "M_Alert", "2.0.0");
+    peer.announce("peer:2", "peer-session", "M_Alert", "2.0.0");
+    peer.announce("peer:3", "peer-session", "M_Watchdog", "7.0.0");   // not used here: not reported
+    peer.announce("peer:4", "peer-session", "M_Alert", M_Alert::InterfaceVersion.c_str());
+    auto mismatches = [&] {
+        std::size_t n = 0;
+        for (const auto& line : capture.texts(Level::warn))
+            if (line.rfind("Interface version mismatch: ", 0) == 0) ++n;
+        return n;
+    };
+    ASSERT_TRUE(waitUntil([&] { return mismatches() == 1; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(mismatches(), 1u);
+    const auto lines = capture.texts(Level::warn);
+    EXPECT_NE(std::find_if(lines.begin(), lines.end(),
+                           [](const std::string& l) {
+                               return l == "Interface version mismatch: M_Alert is 1.0.0 here, 2.0.0 in peer session "
+                                           "peer-session (actor peer:1)" ||
+                                      l == "Interface version mismatch: M_Alert is 1.0.0 here, 2.0.0 in peer session "
+                                           "peer-session (actor peer:2)";
+                           }),
+              lines.end());
+}
+
+}  // namespace
