@@ -4,6 +4,10 @@
 //   large       the same for ReportAlertStatus with 300 entries, every message delivered (keep-all), and
 //               with its default keep-last 1 (the reader skips replaced messages; for information)
 //   roundtrip   CmdRaiseAlarm answered by ReportAlarmLog (client -> service -> client)
+//   latency     the smallest round trip of the interface (M_SignalGenerator ConfigGeneratorState answered by
+//               ReportGeneratorState from the service's handler) against a raw ping-pong with a waitset
+//               thread per side (one thread hand-off per hop, as the frame's dispatcher) and one with
+//               listeners (delivery on the DDS layer's receive thread)
 //   send        in-process cost of one call without a reader: time and heap allocations per call
 //   startup     the client and service of every module in one process; two processes matching
 // "vantrel-bench profile <frame|raw> <small|large|large-all> <n>" runs one writer and one reader in one
@@ -41,10 +45,12 @@
 
 #include "AllModules.h"
 #include "M_Alert.h"  // the idlc C types
+#include "M_SignalGenerator.h"
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SessionImpl.h"
 #include "kelva/config/Config.h"
 #include "vantrel/M_Alert.h"
+#include "vantrel/M_SignalGenerator.h"
 
 extern char** environ;
 
@@ -130,14 +136,16 @@ std::shared_ptr<Session> makeSession(int domain, int firstWriteTimeoutMs = 2000)
     return std::make_shared<Session>(domain, config);
 }
 
-// Reliable (blocking at most 1 s) everywhere; "*_IClient_Report*" transient-local keep-last 1 (unless
-// g_keepAllReports), the rest volatile keep-all; writers do not dispose when they unregister.
+// The toolkit's defaults: reliable (blocking at most 50 ms) everywhere; "*_IClient_Report*" transient-local
+// keep-last 1 (unless g_keepAllReports), the rest volatile keep-all with writers keeping the last 1000 per
+// instance for unacknowledged readers; writers do not dispose when they unregister.
 dds_qos_t* rawQos(const char* topicName, bool forWriter) {
     const bool state = std::strstr(topicName, "_IClient_Report") != nullptr && !g_keepAllReports;
     dds_qos_t* qos = dds_create_qos();
-    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_MSECS(1000));
+    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_MSECS(kelva::config::QosRule{}.maxBlockingTimeMs));
     dds_qset_durability(qos, state ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
     if (state) dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+    else if (forWriter) dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, kelva::config::QosRule::kDefaultWriterHistory);
     else dds_qset_history(qos, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
     if (forWriter) dds_qset_writer_data_lifecycle(qos, false);
     return qos;
@@ -776,6 +784,181 @@ RoundTrip roundTrip(int frameDomain, int rawDomain, int count, int reps) {
     return result;
 }
 
+// ---- 2b. The smallest round trip: frame, raw waitset, raw listener ----
+
+const char* const kPingTopic = "M_SignalGenerator_IService_ConfigGeneratorState";
+const char* const kPongTopic = "M_SignalGenerator_IClient_ReportGeneratorState";
+
+// A raw reader whose samples are handed to `onSample` on the DDS layer's receive thread (a listener).
+class RawListenerReader {
+public:
+    RawListenerReader(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* name,
+                      std::function<void(const void*)> onSample)
+        : m_onSample(std::move(onSample)) {
+        dds_qos_t* qos = rawQos(name, false);
+        dds_listener_t* listener = dds_create_listener(this);
+        dds_lset_data_available(listener, &onData);
+        m_reader = dds_create_reader(participant, rawTopic(participant, desc, name), qos, listener);
+        dds_delete_listener(listener);
+        dds_delete_qos(qos);
+        check(m_reader, "dds_create_reader");
+    }
+    ~RawListenerReader() { dds_delete(m_reader); }
+
+private:
+    static void onData(dds_entity_t reader, void* arg) {
+        auto* self = static_cast<RawListenerReader*>(arg);
+        void* samples[16];
+        dds_sample_info_t infos[16];
+        for (;;) {
+            samples[0] = nullptr;
+            const dds_return_t n = dds_take(reader, samples, infos, 16, 16);
+            if (n <= 0) break;
+            for (dds_return_t i = 0; i < n; ++i)
+                if (infos[i].valid_data) self->m_onSample(samples[i]);
+            dds_return_loan(reader, samples, n);
+        }
+    }
+    std::function<void(const void*)> m_onSample;
+    dds_entity_t m_reader = 0;
+};
+
+// Raw ping-pong endpoints of one process: a writer of `out` and a reader of `in` (waitset thread or
+// listener) calling `onValue` with the uint32 carried.
+class RawPingPongEnd {
+public:
+    RawPingPongEnd(int domain, bool listener, const dds_topic_descriptor_t* outDesc, const char* out,
+                   const dds_topic_descriptor_t* inDesc, const char* in, std::function<void(uint32_t)> onValue)
+        : m_participant(dds_create_participant(domain, nullptr, nullptr)) {
+        check(m_participant, "dds_create_participant");
+        m_writer = rawWriter(m_participant, outDesc, out);
+        const bool inIsPing = std::strcmp(in, kPingTopic) == 0;
+        auto value = [inIsPing](const void* s) {
+            return inIsPing ? static_cast<const VendorData_M_SignalGenerator_IService_ConfigGeneratorState*>(s)->State
+                            : static_cast<const VendorData_M_SignalGenerator_IClient_ReportGeneratorState*>(s)->GeneratorState;
+        };
+        auto handler = [value, onValue = std::move(onValue)](const void* s) { onValue(value(s)); };
+        if (listener) m_listenerReader = std::make_unique<RawListenerReader>(m_participant, inDesc, in, handler);
+        else m_waitsetReader = std::make_unique<RawReader>(m_participant, inDesc, in, handler);
+    }
+    ~RawPingPongEnd() {
+        m_waitsetReader.reset();
+        m_listenerReader.reset();
+        dds_delete(m_participant);
+    }
+    void sendPing(uint32_t v) {
+        VendorData_M_SignalGenerator_IService_ConfigGeneratorState m{const_cast<char*>(kRawActor), v};
+        check(dds_write(m_writer, &m), "dds_write");
+    }
+    void sendPong(uint32_t v) {
+        VendorData_M_SignalGenerator_IClient_ReportGeneratorState m{const_cast<char*>(kRawActor), v};
+        check(dds_write(m_writer, &m), "dds_write");
+    }
+    dds_entity_t writer() const { return m_writer; }
+
+private:
+    dds_entity_t m_participant;
+    dds_entity_t m_writer = 0;
+    std::unique_ptr<RawReader> m_waitsetReader;
+    std::unique_ptr<RawListenerReader> m_listenerReader;
+};
+
+// The service's side (peer): answers each ConfigGeneratorState with ReportGeneratorState of its value.
+int peerPong(const std::string& variant, int domain) {
+    if (variant == "frame") {
+        struct Pong : M_SignalGenerator::IService {
+            std::atomic<M_SignalGenerator::Service*> service{nullptr};
+            void ConfigGeneratorState(uint32_t state) override { (*service.load())->ReportGeneratorState(state); }
+        } pong;
+        auto session = makeSession(domain);
+        auto service = M_SignalGenerator::Service::create(session, "bench-pong", pong);
+        pong.service = &service;
+        say("ready");
+        waitForStdinEof();
+        return 0;
+    }
+    std::unique_ptr<RawPingPongEnd> end;
+    std::atomic<RawPingPongEnd*> self{nullptr};
+    end = std::make_unique<RawPingPongEnd>(domain, variant == "raw-listener", &VendorData_M_SignalGenerator_IClient_ReportGeneratorState_desc,
+                                           kPongTopic, &VendorData_M_SignalGenerator_IService_ConfigGeneratorState_desc, kPingTopic,
+                                           [&self](uint32_t v) {
+                                               if (auto* e = self.load()) e->sendPong(v);
+                                           });
+    self = end.get();
+    say("ready");
+    waitForStdinEof();
+    self = nullptr;
+    end.reset();
+    return 0;
+}
+
+// One variant's pinging client (here) and its ponging service (a peer process), discovered and warmed up.
+class LatencySide {
+public:
+    LatencySide(const std::string& variant, int domain, int warmUp) : m_peer({"pong", variant, std::to_string(domain)}) {
+        m_peer.expect("ready", 20000);
+        m_replies.p = &m_pingPong;
+        if (variant == "frame") {
+            m_session = makeSession(domain);
+            m_client = M_SignalGenerator::Client::create(m_session, "bench-ping", m_replies);
+            m_pingPong.send = [this](uint32_t seq) { m_client->ConfigGeneratorState(seq); };
+        } else {
+            m_raw = std::make_unique<RawPingPongEnd>(domain, variant == "raw-listener",
+                                                     &VendorData_M_SignalGenerator_IService_ConfigGeneratorState_desc, kPingTopic,
+                                                     &VendorData_M_SignalGenerator_IClient_ReportGeneratorState_desc, kPongTopic,
+                                                     [this](uint32_t v) { m_pingPong.onReply(v); });
+            m_pingPong.send = [this](uint32_t seq) { m_raw->sendPing(seq); };
+            waitForReader(m_raw->writer());
+        }
+        for (const auto t0 = Clock::now(); m_pingPong.run(1, 100).empty();)
+            if (secondsSince(t0) > 20) throw std::runtime_error("latency: no reply");
+        m_pingPong.run(warmUp, 30000);
+    }
+    ~LatencySide() {
+        m_client.invalidate();
+        m_raw.reset();
+    }
+    std::vector<double> run(int count) {
+        auto latencies = m_pingPong.run(count, 60000);
+        if (static_cast<int>(latencies.size()) != count) throw std::runtime_error("latency: replies missing");
+        return latencies;
+    }
+
+private:
+    struct Replies : M_SignalGenerator::IClient {
+        PingPong* p = nullptr;
+        void ReportGeneratorState(uint32_t state) override { p->onReply(state); }
+    };
+    Peer m_peer;
+    PingPong m_pingPong;
+    Replies m_replies;
+    std::shared_ptr<Session> m_session;
+    M_SignalGenerator::Client m_client;  // after the replies it calls
+    std::unique_ptr<RawPingPongEnd> m_raw;
+};
+
+struct Latency {
+    std::vector<double> frameMedians, frameP99s, waitsetMedians, waitsetP99s, listenerMedians, listenerP99s;
+};
+
+// Repetitions of `count` round trips after `count / 10` to warm up, the three variants alternating, each
+// with fresh processes.
+Latency latency(int domain, int count, int reps) {
+    Latency result;
+    for (int rep = 0; rep < reps; ++rep) {
+        for (const char* variant : {"frame", "raw-waitset", "raw-listener"}) {
+            LatencySide side(variant, domain + rep % 2, count / 10);
+            const auto l = side.run(count);
+            const std::string v = variant;
+            auto& medians = v == "frame" ? result.frameMedians : v == "raw-waitset" ? result.waitsetMedians : result.listenerMedians;
+            auto& p99s = v == "frame" ? result.frameP99s : v == "raw-waitset" ? result.waitsetP99s : result.listenerP99s;
+            medians.push_back(quantile(l, 0.5));
+            p99s.push_back(quantile(l, 0.99));
+        }
+    }
+    return result;
+}
+
 // ---- 3. The send path in-process ----
 
 struct CallCost {
@@ -985,6 +1168,7 @@ std::string machine() {
 }
 
 void roundTripRows(int base);
+void latencyRows(int base);
 void sendRows(int base, int reps);
 void startupRows(int base);
 
@@ -1014,10 +1198,25 @@ int runParts(const std::vector<std::string>& parts) {
         g_keepAllReports = false;
     }
     if (want("roundtrip")) roundTripRows(base);
+    if (want("latency")) latencyRows(base);
     if (want("send")) sendRows(base, reps);
     if (want("startup")) startupRows(base);
     std::printf("\nload at end: %s\n", machine().c_str());
     return 0;
+}
+
+void latencyRows(int base) {
+    const Latency l = latency(base + 10, 10000, 5);
+    const double median = summarize(ratiosOf(l.frameMedians, l.waitsetMedians)).median;
+    const double p99 = summarize(ratiosOf(l.frameP99s, l.waitsetP99s)).median;
+    row("2b latency median (us), raw = waitset", fmtSummary(l.frameMedians, 1), fmtSummary(l.waitsetMedians, 1),
+        pairRatios(l.frameMedians, l.waitsetMedians), "<= 1.30 " + verdict(median <= 1.3));
+    row("2b latency p99 (us), raw = waitset", fmtSummary(l.frameP99s, 1), fmtSummary(l.waitsetP99s, 1),
+        pairRatios(l.frameP99s, l.waitsetP99s), "<= 1.50 " + verdict(p99 <= 1.5));
+    row("2b latency median (us), raw = listener", fmtSummary(l.frameMedians, 1), fmtSummary(l.listenerMedians, 1),
+        pairRatios(l.frameMedians, l.listenerMedians), "-");
+    row("2b latency p99 (us), raw = listener", fmtSummary(l.frameP99s, 1), fmtSummary(l.listenerP99s, 1),
+        pairRatios(l.frameP99s, l.listenerP99s), "-");
 }
 
 void roundTripRows(int base) {
@@ -1060,6 +1259,7 @@ int runPeer(int argc, char** argv) {
     const std::string role = argc > 2 ? argv[2] : "";
     if (role == "sink" && argc == 6) return peerSink(argv[3], argv[4], std::atoi(argv[5]));
     if (role == "echo" && argc == 5) return peerEcho(argv[3], std::atoi(argv[4]));
+    if (role == "pong" && argc == 5) return peerPong(argv[3], std::atoi(argv[4]));
     if (role == "startup" && argc == 4) return peerStartup(std::atoi(argv[3]));
     if (role == "services" && argc == 4) return peerServices(std::atoi(argv[3]));
     std::fprintf(stderr, "vantrel-bench: unknown peer role\n");
@@ -1075,12 +1275,12 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::string(argv[1]) == "peer") return runPeer(argc, argv);
         if (argc == 5 && std::string(argv[1]) == "profile") return profile(argv[2], argv[3], std::atoi(argv[4]));
         const std::vector<std::string> parts(argv + 1, argv + argc);
-        const std::vector<std::string> known{"small", "large", "roundtrip", "send", "startup"};
+        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup"};
         if (std::all_of(parts.begin(), parts.end(), [&](const std::string& p) { return std::find(known.begin(), known.end(), p) != known.end(); }))
             return runParts(parts);
         {
             std::fprintf(stderr,
-                         "usage: vantrel-bench [small] [large] [roundtrip] [send] [startup]   (no part: all; prints the table)\n"
+                         "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup]   (no part: all; prints the table)\n"
                          "       vantrel-bench profile <frame|raw> <small|large|large-all> <n>   (one process, for a profiler)\n");
             return 2;
         }

@@ -8,7 +8,7 @@ function(vantrel_generate out_var)
   set(gen_dir "${CMAKE_BINARY_DIR}/generated")
   file(GLOB generator_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/generator/vantrel_gen/*.py")
   set(generator_cmd ${CMAKE_COMMAND} -E env "PYTHONPATH=${PROJECT_SOURCE_DIR}/generator"
-      ${VANTREL_PYTHON} -m vantrel_gen --idl-dir "${PROJECT_SOURCE_DIR}/idl")
+      ${VANTREL_PYTHON} -m vantrel_gen --idl-dir "${PROJECT_SOURCE_DIR}/idl" "--modules=${VANTREL_MODULES}")
 
   execute_process(COMMAND ${generator_cmd} ${ARG_LIST}
                   OUTPUT_VARIABLE relative RESULT_VARIABLE rc ERROR_VARIABLE err)

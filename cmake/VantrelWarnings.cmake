@@ -11,4 +11,7 @@ function(vantrel_sanitize target)
     target_compile_options(${target} PRIVATE -fsanitize=${san} -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC -fsanitize=${san})
   endif()
+  if(VANTREL_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)  # coverage for the fuzzer
+  endif()
 endfunction()

@@ -35,6 +35,8 @@ def main(argv=None) -> int:
                     help="print the files --generate-tests writes (relative paths), one a line")
     ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
                     help="write a recording plug-in exporting every hook of MODULE")
+    ap.add_argument("--generate-fuzz-catalog", metavar="OUT_FILE",
+                    help="write the operation catalog of the receive-path fuzz target")
     ap.add_argument("--idl-dir", metavar="DIR", help="the folder of the module IDL files")
     ap.add_argument("--modules", metavar="M_X,M_Y", default="",
                     help="generate only these modules (and the modules they include); default: all")
@@ -53,6 +55,13 @@ def main(argv=None) -> int:
                 print("\n".join(list_test_outputs(args.idl_dir, only)))
             else:
                 generate_tests(args.idl_dir, args.generate_tests, only)
+            return 0
+        if args.generate_fuzz_catalog:
+            from .emit_fuzz import emit_fuzz_catalog
+            from .generate import modules, write_if_changed
+            if not args.idl_dir:
+                ap.error("--generate-fuzz-catalog needs --idl-dir")
+            write_if_changed(args.generate_fuzz_catalog, emit_fuzz_catalog(modules(args.idl_dir, only)))
             return 0
         if args.generate_plugin:
             from .emit_plugin import emit_test_plugin

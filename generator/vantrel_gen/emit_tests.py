@@ -219,7 +219,7 @@ def emit_roundtrip_test(mod: Module) -> str:
            "    }",
            "}",
            "// A non-empty text, cut to `bound` characters when bounded.",
-           "inline std::string text(int seed, std::size_t bound) {",
+           "[[maybe_unused]] inline std::string text(int seed, std::size_t bound) {",
            "    std::string s = std::to_string(seed) + \"_v\";",
            "    if (bound != 0 && s.size() > bound) s.resize(bound);",
            "    return s;",

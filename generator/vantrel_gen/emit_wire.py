@@ -42,11 +42,11 @@ def emit_wire_header(mod: Module) -> str:
         w, a, n = wire_enum(mod.name, e.name), f"::{mod.name}::{e.name}::Type", len(e.literals)
         names = ", ".join(f"\"Type::{lit}\"" for lit in e.literals)
         out += [
-            f"inline void toWire({w}& o, {a} i, vantrel::frame::Scratch&, const char*) {{ o = static_cast<{w}>(i); }}",
-            f"inline void fromWire({a}& o, {w} i) {{ o = vantrel::frame::enumFromWire<{a}>(i, {n}); }}",
-            f"inline void print(std::ostream& os, {w} v) {{",
+            f"inline void toWire({w}& o, {a} i, vantrel::frame::Scratch&, const char*) {{ vantrel::frame::setRawEnum(o, i); }}",
+            f"inline void fromWire({a}& o, const {w}& i) {{ o = vantrel::frame::enumFromWire<{a}>(vantrel::frame::rawEnum(i), {n}); }}",
+            f"inline void print(std::ostream& os, const {w}& v) {{",
             f"    static const char* const names[] = {{{names}}};",
-            f"    const int i = static_cast<int>(v);",
+            f"    const int32_t i = vantrel::frame::rawEnum(v);",
             f"    if (i >= 0 && i < {n}) os << names[i]; else os << \"Type::\" << i;",
             "}", ""]
     for st in mod.structs:
@@ -88,7 +88,9 @@ def emit_wire_source(mod: Module) -> str:
     for e in mod.enums:
         out += [f"std::string {mod.name}::toText({e.name}::Type value) {{",
                 f"    std::ostringstream os;",
-                f"    print(os, static_cast<{wire_enum(mod.name, e.name)}>(value));",
+                f"    {wire_enum(mod.name, e.name)} wire;",
+                "    vantrel::frame::setRawEnum(wire, value);",
+                "    print(os, wire);",
                 "    return os.str();", "}", ""]
     for st in mod.structs:
         out += [f"std::string {mod.name}::toText(const {st.name}& value) {{",

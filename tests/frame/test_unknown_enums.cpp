@@ -15,6 +15,7 @@
 #include "vantrel/M_Alert.h"
 #include "vantrel/M_Camera.h"
 #include "vantrel/M_ImageProcessing.h"
+#include "vantrel/frame/Convert.h"
 #include "vantrel/test/Support.h"
 
 using vantrel::test::waitUntil;
@@ -106,18 +107,18 @@ TEST(UnknownEnumerations, ArriveAsLiteralZeroNestedInListsAndInOptionals) {
     VendorData_M_Alert_IClient_ReportAlarmLog log{};
     log.kelva_sending_actor = const_cast<char*>("peer");
     log.KeyAlarmId = const_cast<char*>("a1");
-    log.Alarm.Status = static_cast<VendorData_M_Alert_AlarmStatusKind_Type>(kUndeclared);
-    log.Alarm.Category = static_cast<VendorData_M_Alert_AlarmCategoryKind_Type>(kNegative);
+    vantrel::frame::setRawEnum(log.Alarm.Status, kUndeclared);
+    vantrel::frame::setRawEnum(log.Alarm.Category, kNegative);
     log.Alarm.IsSuppressed = true;
     log.Alarm.Condition.SubsystemName = log.Alarm.Condition.ComponentName = log.Alarm.Condition.Measure =
         log.Alarm.Condition.Nature = log.Alarm.Condition.AlarmDescription = const_cast<char*>("Power");
     ASSERT_EQ(logWriter.write(log), DDS_RETCODE_OK);
 
     // In a list: one declared value between two undeclared ones.
-    VendorData_M_ImageProcessing_FrameDropKind_Type modes[3] = {
-        static_cast<VendorData_M_ImageProcessing_FrameDropKind_Type>(kUndeclared),
-        static_cast<VendorData_M_ImageProcessing_FrameDropKind_Type>(1),
-        static_cast<VendorData_M_ImageProcessing_FrameDropKind_Type>(kNegative)};
+    VendorData_M_ImageProcessing_FrameDropKind_Type modes[3];
+    vantrel::frame::setRawEnum(modes[0], kUndeclared);
+    vantrel::frame::setRawEnum(modes[1], 1);
+    vantrel::frame::setRawEnum(modes[2], kNegative);
     VendorData_M_ImageProcessing_IClient_ReportImageProcessingSettings settings{};
     settings.kelva_sending_actor = const_cast<char*>("peer");
     settings.Settings.SupportedFrameDropModes._buffer = modes;
@@ -126,8 +127,10 @@ TEST(UnknownEnumerations, ArriveAsLiteralZeroNestedInListsAndInOptionals) {
     ASSERT_EQ(settingsWriter.write(settings), DDS_RETCODE_OK);
 
     // In optionals: OperationModeType.EnumeratedValue and .TransitionState.
-    VendorData_M_Common_OperationModeStateKind_Type state = static_cast<VendorData_M_Common_OperationModeStateKind_Type>(kUndeclared);
-    VendorData_M_Common_ModeTransitionKind_Type transition = static_cast<VendorData_M_Common_ModeTransitionKind_Type>(kNegative);
+    VendorData_M_Common_OperationModeStateKind_Type state;
+    vantrel::frame::setRawEnum(state, kUndeclared);
+    VendorData_M_Common_ModeTransitionKind_Type transition;
+    vantrel::frame::setRawEnum(transition, kNegative);
     VendorData_M_Camera_IService_ConfigOperationMode mode{};
     mode.kelva_sending_actor = const_cast<char*>("peer");
     mode.Mode.Name = const_cast<char*>("Day");

@@ -6,17 +6,6 @@
 
 #include "vantrel/test/Support.h"
 
-#if defined(__SANITIZE_THREAD__)
-// The DDS library is not built with the thread sanitizer, and the socket buffers it hands between its own
-// threads (filled by recvmsg on one thread and read on another, or read by sendmsg while another thread
-// already reuses them) are ordered by synchronisation the sanitizer cannot see. Only reports with the DDS
-// library's socket calls on one side are suppressed; races on the toolkit's or the tests' memory still
-// report.
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:ddsrt_recvmsg\n"
-           "race:ddsrt_sendmsg\n";
-}
-#endif
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);

@@ -139,11 +139,25 @@ void fromWireSeq(std::vector<A>& out, const Seq& in) {
     }
 }
 
-// Enumerations: values outside the literals read as literal 0.
-template <class A, class W>
-inline A enumFromWire(W value, int literalCount) {
-    const auto v = static_cast<int>(value);
-    return (v >= 0 && v < literalCount) ? static_cast<A>(v) : static_cast<A>(0);
+// Enumerations. A wire enumeration (a C enum) may hold any 32-bit number a peer sent, also one outside its
+// literals, which C++ may not load as the enum type: its storage is read and written as the number.
+template <class W>
+inline int32_t rawEnum(const W& value) {
+    static_assert(std::is_enum_v<W> && sizeof(W) == sizeof(int32_t), "32-bit wire enumeration");
+    int32_t raw;
+    std::memcpy(&raw, &value, sizeof raw);
+    return raw;
+}
+template <class W, class A>
+inline void setRawEnum(W& out, A value) {
+    static_assert(std::is_enum_v<W> && sizeof(W) == sizeof(int32_t), "32-bit wire enumeration");
+    const auto raw = static_cast<int32_t>(value);
+    std::memcpy(&out, &raw, sizeof raw);
+}
+// Values outside the literals read as literal 0.
+template <class A>
+inline A enumFromWire(int32_t value, int literalCount) {
+    return (value >= 0 && value < literalCount) ? static_cast<A>(value) : static_cast<A>(0);
 }
 
 // Text form.
