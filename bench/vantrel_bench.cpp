@@ -137,15 +137,14 @@ std::shared_ptr<Session> makeSession(int domain, int firstWriteTimeoutMs = 2000)
 }
 
 // The toolkit's defaults: reliable (blocking at most 50 ms) everywhere; "*_IClient_Report*" transient-local
-// keep-last 1 (unless g_keepAllReports), the rest volatile keep-all with writers keeping the last 1000 per
-// instance for unacknowledged readers; writers do not dispose when they unregister.
+// keep-last 1 (unless g_keepAllReports), the rest volatile keep-all; writers do not dispose when they
+// unregister.
 dds_qos_t* rawQos(const char* topicName, bool forWriter) {
     const bool state = std::strstr(topicName, "_IClient_Report") != nullptr && !g_keepAllReports;
     dds_qos_t* qos = dds_create_qos();
     dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_MSECS(kelva::config::QosRule{}.maxBlockingTimeMs));
     dds_qset_durability(qos, state ? DDS_DURABILITY_TRANSIENT_LOCAL : DDS_DURABILITY_VOLATILE);
     if (state) dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
-    else if (forWriter) dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, kelva::config::QosRule::kDefaultWriterHistory);
     else dds_qset_history(qos, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
     if (forWriter) dds_qset_writer_data_lifecycle(qos, false);
     return qos;

@@ -9,6 +9,7 @@
 //
 // Every process prints lines "key=value ..." on stdout; the scenario reads them. DDS traffic stays where
 // CYCLONEDDS_URI puts it (the loopback configuration in tests).
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -30,6 +31,7 @@
 #include "kelva/access/DeliveryStats.h"
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Dialogue.h"
+#include "vantrel/test/Support.h"
 
 extern char** environ;
 
@@ -147,27 +149,39 @@ public:
         close(in[0]);
         close(out[1]);
         m_in = fdopen(in[1], "w");
-        m_out = fdopen(out[0], "r");
+        m_out = out[0];
     }
     ~Child() {
         kill(SIGKILL);
         if (m_in) fclose(m_in);
-        if (m_out) fclose(m_out);
+        ::close(m_out);
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    // The next line the child prints, or empty at its end.
-    std::string line() {
-        char buffer[4096];
-        if (!fgets(buffer, sizeof buffer, m_out)) return "";
-        std::string s(buffer);
-        while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) s.pop_back();
-        return s;
+    // The next line the child prints; empty at its end or when `deadline` passed first.
+    std::string line(Clock::time_point deadline) {
+        for (;;) {
+            const auto nl = m_buffer.find('\n');
+            if (nl != std::string::npos) {
+                std::string s = m_buffer.substr(0, nl);
+                m_buffer.erase(0, nl + 1);
+                return s;
+            }
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (left <= 0) return "";
+            pollfd fd{m_out, POLLIN, 0};
+            if (::poll(&fd, 1, static_cast<int>(left)) <= 0) continue;
+            char chunk[4096];
+            const ssize_t n = ::read(m_out, chunk, sizeof chunk);
+            if (n <= 0) return "";
+            m_buffer.append(chunk, static_cast<std::size_t>(n));
+        }
     }
-    // Lines until one that starts with `prefix` (returned), or empty at the child's end.
-    std::string lineStarting(const std::string& prefix) {
-        for (std::string s = line();; s = line()) {
+    // Lines until one that starts with `prefix` (returned); empty at the child's end or after `seconds`.
+    std::string lineStarting(const std::string& prefix, int seconds = 30) {
+        const auto deadline = Clock::now() + std::chrono::seconds(seconds);
+        for (std::string s = line(deadline);; s = line(deadline)) {
             if (s.empty() || s.rfind(prefix, 0) == 0) return s;
         }
     }
@@ -191,7 +205,8 @@ public:
 private:
     pid_t m_pid = 0;
     FILE* m_in = nullptr;
-    FILE* m_out = nullptr;
+    int m_out = -1;
+    std::string m_buffer;
 };
 
 // "key=value" of a line, or -1.
@@ -231,8 +246,12 @@ int scenario(int domain, int rounds, int rateHz, int roundMs) {
         restartToFirst.push_back(msSince(restarted));
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
     }
-    const std::string end = healthy.lineStarting("end");
-    const std::string stats = streamer.lineStarting("stream");
+    const std::string end = healthy.lineStarting("end", seconds + 30);
+    const std::string stats = streamer.lineStarting("stream", 30);
+    if (end.empty() || stats.empty()) {
+        say("scenario error=no-end-of-stream");
+        return 1;
+    }
     streamer.wait();
     healthy.wait();
     victim->kill(SIGKILL);
@@ -252,6 +271,11 @@ int scenario(int domain, int rounds, int rateHz, int roundMs) {
 
 int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
+    std::string why;
+    if (!vantrel::test::detail::loopbackConfigured(why)) {
+        std::cerr << "vantrel-fault-peer: refusing to run: " << why << std::endl;
+        return 2;
+    }
     try {
         if (args.size() == 4 && args[0] == "stream") return stream(std::stoi(args[1]), std::stoi(args[2]), std::stoi(args[3]));
         if (args.size() == 3 && args[0] == "listen") return listen(std::stoi(args[1]), args[2]);

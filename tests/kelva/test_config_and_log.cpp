@@ -95,7 +95,7 @@ max_blocking_time_ms = 250
 [[qos]]
 match = "M_Log_?Service_*"
 history = "all"
-writer_history = "all"
+writer_history = 500
 )");
     const Config c = Config::fromFile(path);
     EXPECT_EQ(c.logLevel, Level::debug);
@@ -118,8 +118,8 @@ writer_history = "all"
     EXPECT_EQ(c.qos[0].maxBlockingTimeMs, 250);
     EXPECT_EQ(c.qos[1].match, "M_Log_?Service_*");
     EXPECT_EQ(c.qos[1].historyDepth, 0);
-    EXPECT_EQ(c.qos[1].writerHistoryDepth, 0);
-    EXPECT_EQ(c.qos[0].writerHistoryDepth, kelva::config::QosRule::kDefaultWriterHistory);
+    EXPECT_EQ(c.qos[1].writerHistoryDepth, 500);
+    EXPECT_EQ(c.qos[0].writerHistoryDepth, 0);
     EXPECT_EQ(c.qos[1].reliability, Reliability::Reliable);
     EXPECT_EQ(c.qos[1].durability, Durability::Volatile);
     EXPECT_EQ(c.qos[2].match, "*_IClient_Report*");
@@ -229,7 +229,7 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
         dds_duration_t blocking = 0;
         ASSERT_TRUE(dds_qget_reliability(qos, &reliability, &blocking));
         EXPECT_EQ(reliability, DDS_RELIABILITY_BEST_EFFORT);
-        EXPECT_EQ(blocking, DDS_MSECS(50));
+        EXPECT_EQ(blocking, DDS_MSECS(1000));
         dds_history_kind_t history{};
         int32_t depth = 0;
         ASSERT_TRUE(dds_qget_history(qos, &history, &depth));
@@ -248,14 +248,15 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
     int32_t depth = 0;
     ASSERT_TRUE(dds_qget_history(keepAll.qosRead(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
-    // The writer of a keep-all topic keeps a bounded history for readers that do not acknowledge: one that
-    // is gone must not hold it back.
+    // The writer of a keep-all topic keeps all by default, or the bound the rule gives it.
     ASSERT_TRUE(dds_qget_history(keepAll.qosWrite(), &history, &depth));
+    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
+    all.writerHistoryDepth = 1000;
+    const kelva::access::QosPattern bounded(all);
+    ASSERT_TRUE(dds_qget_history(bounded.qosWrite(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
-    EXPECT_EQ(depth, kelva::config::QosRule::kDefaultWriterHistory);
-    all.writerHistoryDepth = 0;
-    const kelva::access::QosPattern unbounded(all);
-    ASSERT_TRUE(dds_qget_history(unbounded.qosWrite(), &history, &depth));
+    EXPECT_EQ(depth, 1000);
+    ASSERT_TRUE(dds_qget_history(bounded.qosRead(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
     dds_durability_kind_t durability{};
     ASSERT_TRUE(dds_qget_durability(keepAll.qosWrite(), &durability));

@@ -16,8 +16,8 @@ QosPattern::QosPattern(const config::QosRule& rule)
         if (rule.historyDepth > 0) dds_qset_history(q, DDS_HISTORY_KEEP_LAST, rule.historyDepth);
         else dds_qset_history(q, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
     }
-    // A keep-all topic's writer keeps at most its own bound for readers that have not acknowledged yet: a
-    // reader that is gone cannot hold the writer back. (A keep-last topic's writer keeps its history.)
+    // A keep-all topic's writer may keep a bound of its own for readers that have not acknowledged yet.
+    // (A keep-last topic's writer keeps its history.)
     if (rule.historyDepth == 0 && rule.writerHistoryDepth > 0)
         dds_qset_history(m_write, DDS_HISTORY_KEEP_LAST, rule.writerHistoryDepth);
     // Disposing an instance must not also unregister it, and a writer that goes away must not dispose

@@ -25,16 +25,15 @@ struct QosRule {
     Reliability reliability = Reliability::Reliable;
     Durability durability = Durability::Volatile;
     int historyDepth = 0;  // 0: keep all; N > 0: keep last N per instance
-    // What a writer keeps per instance for readers that have not acknowledged it yet: a reader that is gone
-    // (crashed, unplugged) until its lease expires, or a live one that fell that far behind, which then
-    // reports the gap as lost samples. 0: keep all, so a reader that is gone holds the writer back until
-    // the throttling limit stops its sends. Readers always keep what their history says.
-    int writerHistoryDepth = kDefaultWriterHistory;
+    // On a keep-all topic, what a writer keeps per instance for readers that have not acknowledged yet.
+    // 0 (the default): everything, so no live reader loses a sample; a reader that is gone (crashed,
+    // unplugged) holds its share until its lease expires, bounded by the DDS configuration's throttling
+    // limit. N > 0 bounds the memory to N samples per instance instead: a reader that falls N behind in
+    // acknowledgements (a burst, a lossy link) then loses the oldest, which it reports as lost samples.
+    int writerHistoryDepth = 0;
     // How long a send may wait when the writer's unacknowledged data reaches the DDS layer's throttling
-    // limit; then it fails with a timeout.
-    int maxBlockingTimeMs = 50;
-
-    static constexpr int kDefaultWriterHistory = 1000;
+    // limit (flow control: readers catching up with a burst); then it fails with a timeout.
+    int maxBlockingTimeMs = 1000;
 };
 
 struct Plugin {
