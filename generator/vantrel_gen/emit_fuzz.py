@@ -25,8 +25,13 @@ def emit_fuzz_catalog(mods: list[Module]) -> str:
             "std::vector<std::shared_ptr<void>>& keep) {"]
     for mod in mods:
         M = mod.name
-        out += [f"    static {M}::IService {M.lower()}Service;", f"    static {M}::IClient {M.lower()}Client;",
-                f"    keep.emplace_back({M}::Service::_internalSwigCreate(session, \"fuzz-service\", {M.lower()}Service));",
-                f"    keep.emplace_back({M}::Client::_internalSwigCreate(session, \"fuzz-client\", {M.lower()}Client));"]
+        out += ["    {",
+                f"        auto service = std::make_shared<{M}::IService>();",
+                f"        auto client = std::make_shared<{M}::IClient>();",
+                f"        keep.emplace_back({M}::Service::_internalSwigCreate(session, \"fuzz-service\", *service));",
+                f"        keep.emplace_back({M}::Client::_internalSwigCreate(session, \"fuzz-client\", *client));",
+                "        keep.push_back(service);  // after the facades: destroyed after them",
+                "        keep.push_back(client);",
+                "    }"]
     out += ["}", "", "}  // namespace vantrel::fuzz", ""]
     return "\n".join(out)

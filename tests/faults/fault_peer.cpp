@@ -1,6 +1,7 @@
 // vantrel-fault-peer: the processes of the killed-reader scenario, and the scenario itself.
 //
-//   vantrel-fault-peer stream DOMAIN RATE_HZ SECONDS   a service streaming M_Dialogue EventTextMessage
+//   vantrel-fault-peer stream DOMAIN RATE_HZ           a service streaming M_Dialogue EventTextMessage
+//                                                       from "go" to "stop" on its stdin
 //   vantrel-fault-peer listen DOMAIN NAME              a client counting what it receives
 //   vantrel-fault-peer scenario DOMAIN ROUNDS RATE_HZ [ROUND_MS]
 //       starts a stream, a healthy listener and a victim listener; ROUNDS times kills the victim with
@@ -47,21 +48,28 @@ void say(const std::string& line) {
     std::cout << line << std::endl;  // flushed: the scenario reads it through a pipe
 }
 
-int stream(int domain, int rateHz, int seconds) {
+int stream(int domain, int rateHz) {
     auto session = std::make_shared<kelva::actors::Session>(domain);
     auto service = M_Dialogue::Service::createWriteOnly(session, "streamer");
     say("ready");
-    std::string go;
-    std::getline(std::cin, go);  // the scenario says when every listener is in place
+    std::string line;
+    std::getline(std::cin, line);  // "go": every listener is in place
+    // Streams until the scenario says "stop" (after its last round), however long its rounds took.
+    std::atomic<bool> stop{false};
+    std::thread stopper([&] {
+        std::string s;
+        while (std::getline(std::cin, s) && s != "stop") {
+        }
+        stop = true;
+    });
 
     const auto period = std::chrono::nanoseconds(1000000000LL / rateHz);
-    const long total = static_cast<long>(rateHz) * seconds;
+    long total = 0;
     long exceptions = 0;
     double longest = 0;
     std::vector<double> durations;
-    durations.reserve(static_cast<std::size_t>(total));
     auto next = Clock::now();
-    for (long seq = 0; seq < total; ++seq) {
+    for (long seq = 0; !stop.load(); ++seq, ++total) {
         const auto before = Clock::now();
         try {
             service->EventTextMessage("n=" + std::to_string(seq), {});
@@ -75,6 +83,7 @@ int stream(int domain, int rateHz, int seconds) {
         next += period;
         std::this_thread::sleep_until(next);
     }
+    stopper.join();
     // The end marker carries the count; repeated so that a listener that is being restarted right now
     // still sees one (volatile topic, it is not resent).
     for (int i = 0; i < 5; ++i) {
@@ -218,8 +227,7 @@ double field(const std::string& line, const std::string& key) {
 
 int scenario(int domain, int rounds, int rateHz, int roundMs) {
     const std::string d = std::to_string(domain);
-    const int seconds = std::max(2, (rounds * roundMs) / 1000 + 2);
-    Child streamer({"vantrel-fault-peer", "stream", d, std::to_string(rateHz), std::to_string(seconds)});
+    Child streamer({"vantrel-fault-peer", "stream", d, std::to_string(rateHz)});
     Child healthy({"vantrel-fault-peer", "listen", d, "healthy"});
     auto victim = std::make_unique<Child>(std::vector<std::string>{"vantrel-fault-peer", "listen", d, "victim"});
     if (streamer.lineStarting("ready").empty() || healthy.lineStarting("ready").empty() ||
@@ -246,7 +254,8 @@ int scenario(int domain, int rounds, int rateHz, int roundMs) {
         restartToFirst.push_back(msSince(restarted));
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
     }
-    const std::string end = healthy.lineStarting("end", seconds + 30);
+    streamer.tell("stop");
+    const std::string end = healthy.lineStarting("end", 30);
     const std::string stats = streamer.lineStarting("stream", 30);
     if (end.empty() || stats.empty()) {
         say("scenario error=no-end-of-stream");
@@ -277,7 +286,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        if (args.size() == 4 && args[0] == "stream") return stream(std::stoi(args[1]), std::stoi(args[2]), std::stoi(args[3]));
+        if (args.size() == 3 && args[0] == "stream") return stream(std::stoi(args[1]), std::stoi(args[2]));
         if (args.size() == 3 && args[0] == "listen") return listen(std::stoi(args[1]), args[2]);
         if ((args.size() == 4 || args.size() == 5) && args[0] == "scenario")
             return scenario(std::stoi(args[1]), std::stoi(args[2]), std::stoi(args[3]), args.size() == 5 ? std::stoi(args[4]) : 2000);
@@ -285,7 +294,7 @@ int main(int argc, char** argv) {
         std::cerr << "vantrel-fault-peer: " << e.what() << std::endl;
         return 1;
     }
-    std::cerr << "usage: vantrel-fault-peer stream DOMAIN RATE_HZ SECONDS | listen DOMAIN NAME |"
+    std::cerr << "usage: vantrel-fault-peer stream DOMAIN RATE_HZ | listen DOMAIN NAME |"
                  " scenario DOMAIN ROUNDS RATE_HZ [ROUND_MS]\n";
     return 2;
 }

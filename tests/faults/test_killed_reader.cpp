@@ -30,7 +30,7 @@ double field(const std::string& line, const std::string& key) {
 }
 
 TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
-    const std::string out = run(std::string(FAULT_PEER) + " scenario " + std::to_string(vantrel::test::domainId()) +
+    const std::string out = run("'" + std::string(FAULT_PEER) + "' scenario " + std::to_string(vantrel::test::domainId()) +
                                 " 4 2000 1500");
     const auto at = out.find("scenario rounds=");
     ASSERT_NE(at, std::string::npos) << out;

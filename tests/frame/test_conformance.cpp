@@ -156,11 +156,14 @@ TEST_F(Sessions, TheServiceTellsWhoSentTheCallInProgressAndNothingOutsideACall) 
         std::lock_guard<std::mutex> lock(impl.mutex);
         return !impl.infos.empty();
     }));
-    std::lock_guard<std::mutex> lock(impl.mutex);
-    EXPECT_EQ(impl.infos[0].senderId, client.actorInfo().actorId);
-    EXPECT_EQ(impl.infos[0].operation, "CmdClearAlarm");
-    EXPECT_EQ(impl.infos[0].actorId, service.actorInfo().actorId);
-    EXPECT_TRUE(service.callbackInfo().senderId.empty());
+    {
+        std::lock_guard<std::mutex> lock(impl.mutex);
+        EXPECT_EQ(impl.infos[0].senderId, client.actorInfo().actorId);
+        EXPECT_EQ(impl.infos[0].operation, "CmdClearAlarm");
+        EXPECT_EQ(impl.infos[0].actorId, service.actorInfo().actorId);
+    }
+    // Reset on the dispatcher thread once the callback returned.
+    EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
     M_Alert::Service none;
     EXPECT_THROW(none.callbackInfo(), std::logic_error);
 }

@@ -165,6 +165,29 @@ TEST(FailedCreation, ASecondCreationUnderATakenNameFailsWithoutHarmingTheFirst) 
     }));
 }
 
+TEST(FailedCreation, ACreationMeetingASendingActorOfItsNameStartsNoObserver) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    auto writeOnly = M_Watchdog::Service::createWriteOnly(session, "watchdog");
+    Watchdog watchdog;
+    EXPECT_THROW(M_Watchdog::Service::create(session, "watchdog", watchdog), std::logic_error);
+    EXPECT_TRUE(writeOnly.actorInfo().methodsRead.empty());
+    auto client = M_Watchdog::Client::createWriteOnly(std::make_shared<kelva::actors::Session>(vantrel::test::domainId()), "console");
+    for (int i = 0; i < 20; ++i) client->ConfigWatch("camera-app", "M_Camera", {}, false);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::lock_guard<std::mutex> lock(watchdog.mutex);
+    EXPECT_TRUE(watchdog.watched.empty()) << "the failed creation's implementation is being called";
+}
+
+TEST(PluginHooks, InjectorsOfAFailedCreationRefuseToRun) {
+    PluginProbe probe(WATCHDOG_PLUGIN_LACKING_REPORT);
+    probe.reset();
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(WATCHDOG_PLUGIN_LACKING_REPORT));
+    Watchdog watchdog;
+    EXPECT_THROW(M_Watchdog::Service::create(session, "watchdog", watchdog), std::runtime_error);
+    EXPECT_THROW(probe.inject("IService_ConfigWatch", "plugin-sender"), std::logic_error);
+    probe.reset();
+}
+
 TEST(PluginHooks, InjectingAnOperationWithoutAnEntryInTheCallbackMapThrowsOutOfRange) {
     PluginProbe probe(WATCHDOG_PLUGIN);
     probe.reset();

@@ -91,15 +91,17 @@ void ActorInfoChannel::noteLocalVersion(const std::string& moduleName, const std
         if (peer.moduleName == moduleName) checkLocked(peer.sessionId, actorId, peer.moduleName, peer.version);
 }
 
-void ActorInfoChannel::onDataAvailable(dds_entity_t, void* arg) { static_cast<ActorInfoChannel*>(arg)->takePeers(); }
+// The listener may run before dds_create_reader returned (history delivered at creation): it uses the
+// reader it is given, not m_reader.
+void ActorInfoChannel::onDataAvailable(dds_entity_t reader, void* arg) { static_cast<ActorInfoChannel*>(arg)->takePeers(reader); }
 
-void ActorInfoChannel::takePeers() {
+void ActorInfoChannel::takePeers(dds_entity_t reader) {
     constexpr int kBatch = 16;
     void* samples[kBatch];
     dds_sample_info_t infos[kBatch];
     for (;;) {
         samples[0] = nullptr;
-        const dds_return_t n = dds_take(m_reader, samples, infos, kBatch, kBatch);
+        const dds_return_t n = dds_take(reader, samples, infos, kBatch, kBatch);
         if (n <= 0) break;
         {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -116,7 +118,7 @@ void ActorInfoChannel::takePeers() {
                 m_peers[actorId] = std::move(peer);
             }
         }
-        dds_return_loan(m_reader, samples, n);
+        dds_return_loan(reader, samples, n);
     }
 }
 

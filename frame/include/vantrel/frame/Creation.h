@@ -53,6 +53,10 @@ struct FacadeAccess {
                                Target target, const std::vector<std::string>& methods) {
         auto impl = kelva::actors::SessionImpl::getSessionImpl(*session);
         auto actor = actorWith<Side>(*impl, name, [&](kelva::actors::SimpleActor& a) {
+            // On an actor made before under this name that sends but does not read, the sender's duplicate
+            // check would fail only after the observer had started reading: let it fail before anything is
+            // made. (One that reads fails the observer's duplicate check first, as it should.)
+            if (a.hasSender() && !a.hasObserver()) a.template createSender<typename Side::Sender>(Side::sendMethods());
             a.template createObserver<typename Side::Observer>(methods, target);  // observer before sender
             a.template createSender<typename Side::Sender>(Side::sendMethods());
         });

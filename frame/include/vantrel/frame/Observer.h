@@ -5,6 +5,8 @@
 //   Wire, Interface, Args (tuple of API argument values), Wrapper, Injector, name, hook, hasDispose,
 //   decode(Args&, const Wire&, bool disposed), call(Interface&, const Args&).
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -24,6 +26,10 @@ class ObserverCore {
 public:
     ObserverCore(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolRead& pool, kelva::base::PluginLoader& loader)
         : m_actor(actor), m_pool(pool), m_loader(loader) {}
+    // Injectors that plug-ins still hold refuse to run once their observer is gone.
+    ~ObserverCore() { m_alive->store(false); }
+    ObserverCore(const ObserverCore&) = delete;
+    ObserverCore& operator=(const ObserverCore&) = delete;
 
     // Target: Interface* (may be null: then nothing is read) or const CallbackMap*. If anything fails (a
     // reader cannot be made, a plug-in lacks a hook or its hook throws), the readers made so far are removed
@@ -37,6 +43,7 @@ public:
         // An interface without operations (a module whose service only reports) has nothing to override.
         if (methods.empty() && sizeof...(Ops) != 0) kelva::utils::log::warn() << "no single overridden method detected.";
         std::vector<kelva::access::IReader*> made;
+        made.reserve(sizeof...(Ops));  // recording a reader that exists must not fail
         try {
             (addReader<Ops>(methods, target, made), ...);
             // Every hook is looked up before the first is called: a plug-in lacking one gets no injector.
@@ -44,6 +51,7 @@ public:
             for (const auto& plugin : m_loader.pluginNames()) (offers.push_back(injectorOffer<Ops>(plugin, target)), ...);
             for (auto& offer : offers) offer();
         } catch (...) {
+            m_alive->store(false);  // injectors already handed out must not reach this observer
             for (auto it = made.rbegin(); it != made.rend(); ++it) m_pool.removeReader(**it);
             throw;
         }
@@ -86,7 +94,8 @@ private:
         using Hook = void (*)(const std::string&, typename Op::Injector);
         Hook hook = m_loader.loadFunc<Hook>(plugin, Op::hook);
         return [this, hook, target] {
-            hook(m_actor.actorId(), [this, target](const std::string& sender, const auto&... values) {
+            hook(m_actor.actorId(), [this, target, alive = m_alive](const std::string& sender, const auto&... values) {
+                if (!alive->load()) throw std::logic_error(std::string("injector of ") + Op::name + " used after its observer is gone");
                 const typename Op::Args args(values...);
                 kelva::utils::log::trace() << "call user-callback from plugin";
                 dispatch<Op>(target, sender.c_str(), args, /*injected=*/true);
@@ -137,6 +146,7 @@ private:
     kelva::actors::SimpleActor& m_actor;
     kelva::access::TopicPoolRead& m_pool;
     kelva::base::PluginLoader& m_loader;
+    std::shared_ptr<std::atomic<bool>> m_alive = std::make_shared<std::atomic<bool>>(true);
 };
 
 }  // namespace vantrel::frame

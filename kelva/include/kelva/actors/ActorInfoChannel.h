@@ -32,7 +32,7 @@ public:
 
 private:
     static void onDataAvailable(dds_entity_t reader, void* arg);
-    void takePeers();
+    void takePeers(dds_entity_t reader);
     void checkLocked(const std::string& peerSession, const std::string& peerActor, const std::string& module,
                      const std::string& version);
 
