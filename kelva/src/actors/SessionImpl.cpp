@@ -80,7 +80,8 @@ void SessionImpl::publishSelf() {
     kelva_intern_Process process{};
     process.HostName = const_cast<char*>(host.c_str());
     process.ProcessId = utils::system::processId();
-    process.ProgramName = const_cast<char*>("");
+    const std::string program = utils::system::programName();
+    process.ProgramName = const_cast<char*>(program.c_str());
     publishOnce(m_infoPublisher, &kelva_intern_Process_desc, "kelva_intern_Process", process);
 
     kelva_intern_Session session{};

@@ -34,4 +34,10 @@ std::string hostName() {
     return buffer;
 }
 
+std::string programName() {
+    char buffer[4096] = {};
+    const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+    return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
+}
+
 }  // namespace kelva::utils::system

@@ -14,6 +14,9 @@ long processId();
 // Host name of this machine ("unknown" if it cannot be read).
 std::string hostName();
 
+// The path of this process's program ("" if it cannot be read).
+std::string programName();
+
 }  // namespace kelva::utils::system
 
 namespace kelva::utils::string {

@@ -1,0 +1,55 @@
+#pragma once
+// The tool's own view of a domain: one plain DDS participant, and per operation the topic, reader or
+// writer that a library peer would have (the toolkit's topic names and quality of service, read from the
+// same configuration: KELVA_CONFIG).
+#include <dds/dds.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "kelva/access/QosPattern.h"
+#include "kelva/config/Config.h"
+#include "vantrel/introspect/Catalog.h"
+
+namespace vantrel::tool {
+
+class Bus {
+public:
+    explicit Bus(int domain);
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    int domain() const { return m_domain; }
+    dds_entity_t participant() const { return m_participant; }
+    const kelva::config::Config& config() const { return m_config; }
+
+    // The topic name the toolkit maps the operation's type name to.
+    std::string topicName(const introspect::OperationInfo& op) const;
+    const kelva::access::QosPattern& qos(const introspect::OperationInfo& op) const;
+    dds_entity_t topic(const introspect::OperationInfo& op);
+    // A reader with the toolkit's reader QoS for the topic, but keeping every sample until taken (the tool
+    // must not lose samples of a fast keep-last stream); `liveOnly` makes it volatile (no history of
+    // transient-local writers). `listener` may be null.
+    dds_entity_t reader(const introspect::OperationInfo& op, const dds_listener_t* listener = nullptr,
+                        bool liveOnly = false);
+    dds_entity_t writer(const introspect::OperationInfo& op);
+    // The DDS layer's serialization type of the operation's topic (to make samples from recorded bytes).
+    const struct ddsi_sertype* sertype(const introspect::OperationInfo& op);
+
+private:
+    int m_domain;
+    kelva::config::Config m_config;
+    kelva::access::QosPatterns m_patterns;
+    dds_entity_t m_participant;
+    std::map<const introspect::OperationInfo*, dds_entity_t> m_topics;
+};
+
+// The text of a DDS return code for an error message: "dds_create_reader(M_Alert_...): Error".
+std::string ddsError(const std::string& what, dds_return_t rc);
+
+// Wall-clock nanoseconds since the Unix epoch.
+uint64_t nowNs();
+
+}  // namespace vantrel::tool

@@ -1,0 +1,123 @@
+// vantrel: see, call, record and replay every operation of the bus.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "kelva/config/Config.h"
+#include "vantrel/tool/Errors.h"
+#include "vantrel/tool/Verbs.h"
+
+using namespace vantrel::tool;
+
+int main(int argc, char** argv) {
+    CLI::App app{"vantrel: see, call, record and replay the operations of the bus"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "vantrel 9.10.0");
+    int domain = 0;
+    auto domainOption = [&](CLI::App* verb) { verb->add_option("--domain,-d", domain, "DDS domain (default 0)"); };
+
+    ListOptions listO;
+    auto* list = app.add_subcommand("list", "modules, operations, topics, keys and default QoS");
+    list->add_option("PATTERN", listO.pattern, "glob over M_X.IService.Op, or a module glob");
+    list->add_flag("--json", listO.json, "one JSON object a line");
+
+    ShowOptions showO;
+    auto* show = app.add_subcommand("show", "an operation's API signature, wire members, keys, version");
+    show->add_option("WHAT", showO.what, "M_X, M_X.Op or M_X.IService.Op (globs allowed)")->required();
+    show->add_flag("--schema", showO.schema, "also the flattened IDL a recording carries");
+
+    PsOptions psO;
+    auto* ps = app.add_subcommand("ps", "live processes, sessions, actors, matches and mismatches");
+    domainOption(ps);
+    ps->add_option("--wait", psO.wait, "seconds of discovery before reporting (default 2)");
+    ps->add_flag("--json", psO.json, "one JSON document");
+
+    EchoOptions echoO;
+    auto* echo = app.add_subcommand("echo", "decoded live traffic, one line per sample");
+    domainOption(echo);
+    echo->add_flag("--json", echoO.json, "one JSON object a line");
+    echo->add_option("--count,-n", echoO.count, "stop after this many samples");
+    echo->add_option("--duration", echoO.duration, "stop after this many seconds");
+    echo->add_flag("--keys", echoO.keys, "only the key members of each sample");
+    echo->add_option("PATTERN", echoO.patterns, "globs over M_X.IService.Op (default: all)");
+
+    RateOptions hzO, bwO;
+    bwO.bandwidth = true;
+    for (auto [verb, o, text] : {std::tuple{"hz", &hzO, "per-topic rate"}, std::tuple{"bw", &bwO, "per-topic bandwidth"}}) {
+        auto* v = app.add_subcommand(verb, text);
+        domainOption(v);
+        v->add_option("--window,-w", o->window, "seconds of samples each figure covers (default 5)");
+        v->add_option("--duration", o->duration, "stop after this many seconds");
+        v->add_flag("--json", o->json, "one JSON object a line");
+        v->add_option("PATTERN", o->patterns, "globs over M_X.IService.Op (default: all)");
+    }
+
+    CallOptions callO;
+    auto* call = app.add_subcommand("call", "send one operation with JSON arguments");
+    call->alias("pub");
+    domainOption(call);
+    call->add_option("OPERATION", callO.operation, "M_X.Op or M_X.IService.Op")->required();
+    call->add_option("JSON", callO.arguments, "arguments by API member name (default {})");
+    call->add_option("--rate,-r", callO.rate, "sends per second");
+    call->add_option("--count,-n", callO.count, "how many times (default 1)");
+    call->add_flag("--dispose", callO.dispose, "dispose the keyed instance instead of writing");
+    call->add_option("--name", callO.name, "the sending actor's name (default vantrel-call)");
+    call->add_flag("--quiet,-q", callO.quiet, "print nothing per send");
+    call->add_option("--settle", callO.settle, "seconds for discovery before the first send (default 1)");
+
+    RecordOptions recordO;
+    auto* record = app.add_subcommand("record", "record to an MCAP file");
+    domainOption(record);
+    record->add_option("-o,--output", recordO.output, "file (default vantrel-<time>.mcap)");
+    record->add_option("--duration", recordO.duration, "stop after this many seconds");
+    record->add_option("--compression", recordO.compression, "zstd (default), lz4 or none")
+        ->check(CLI::IsMember({"zstd", "lz4", "none"}));
+    record->add_flag("--force", recordO.force, "overwrite an existing file");
+    record->add_option("PATTERN", recordO.patterns, "globs over M_X.IService.Op (default: all)");
+
+    ReplayOptions replayO;
+    auto* replay = app.add_subcommand("replay", "write a recording onto the bus again");
+    domainOption(replay);
+    replay->add_option("--rate,-r", replayO.rate, "time scale (default 1; 0: as fast as possible)");
+    replay->add_flag("--loop", replayO.loop, "start over at the end");
+    replay->add_option("--start", replayO.start, "seconds into the recording to start at");
+    replay->add_option("--topics", replayO.topics, "glob over M_X.IService.Op or topic names");
+    replay->add_option("--wait-match", replayO.waitMatch, "seconds to wait for readers first (default 2)");
+    replay->add_option("FILE", replayO.file, "MCAP file")->required();
+
+    InfoOptions infoO;
+    auto* info = app.add_subcommand("info", "summary of a recording");
+    info->add_option("FILE", infoO.file, "MCAP file")->required();
+    info->add_flag("--json", infoO.json, "one JSON document");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int rc = app.exit(e);
+        return rc == 0 ? 0 : 2;
+    }
+    installInterruptHandler();
+    try {
+        if (*list) return vantrel::tool::list(listO);
+        if (*show) return vantrel::tool::show(showO);
+        if (*ps) { psO.domain = domain; return vantrel::tool::ps(psO); }
+        if (*echo) { echoO.domain = domain; return vantrel::tool::echo(echoO); }
+        for (auto* o : {&hzO, &bwO}) o->domain = domain;
+        if (app.got_subcommand("hz")) return rate(hzO);
+        if (app.got_subcommand("bw")) return rate(bwO);
+        if (*call) { callO.domain = domain; return vantrel::tool::call(callO); }
+        if (*record) { recordO.domain = domain; return vantrel::tool::record(recordO); }
+        if (*replay) { replayO.domain = domain; return vantrel::tool::replay(replayO); }
+        if (*info) return vantrel::tool::info(infoO);
+    } catch (const InputError& e) {
+        std::cerr << "vantrel: " << e.what() << "\n";
+        return 2;
+    } catch (const kelva::config::ConfigError& e) {
+        std::cerr << "vantrel: " << e.what() << "\n";
+        return 2;
+    } catch (const std::exception& e) {
+        std::cerr << "vantrel: " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}
