@@ -8,11 +8,16 @@ namespace vantrel::mcap::detail {
 
 LoadedChunk loadChunk(const uint8_t* bytes, std::size_t size, uint64_t offset, const std::string& path) {
     const std::string where = path + ": chunk at offset " + std::to_string(offset);
+    if (size < kRecordPrefix || bytes[0] != static_cast<uint8_t>(Opcode::Chunk)) {
+        throw McapError(where + ": no chunk record there (" +
+                        (size == 0 ? std::string("nothing") : std::string("a ") + opcodeName(bytes[0]) + " record") + ")");
+    }
     ByteReader in(bytes, size, offset, path);
     RawRecord raw;
-    if (!nextRecord(in, raw) || raw.opcode != static_cast<uint8_t>(Opcode::Chunk) || in.remaining() != 0) {
-        throw McapError(where + ": no chunk record there (found " + (size > 0 ? opcodeName(bytes[0]) : "nothing") +
-                        (in.remaining() != 0 ? ", and a length that does not match the chunk index" : "") + ")");
+    nextRecord(in, raw);
+    if (in.remaining() != 0) {
+        throw McapError(where + ": the chunk record is " + std::to_string(size - in.remaining()) +
+                        " bytes long, its index says " + std::to_string(size));
     }
     ByteReader content = contentReader(raw, path);
     LoadedChunk chunk;

@@ -1,0 +1,249 @@
+// Truncated, corrupted and hand-made files: the reader reports what is wrong as McapError and never
+// reads outside what it was given (the sanitizer builds run these too).
+#include "ByteBuffer.h"
+#include "ByteReader.h"
+#include "Crc32.h"
+#include "McapTestFiles.h"
+#include "RecordCodec.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+
+namespace vantrel::mcap {
+namespace {
+
+using namespace detail;
+using testing::readAll;
+using testing::readBytes;
+using testing::record;
+using testing::Recorded;
+using testing::sampleMessages;
+using testing::TempDir;
+using testing::writeBytes;
+
+// The message of the McapError that opening and reading everything throws; empty when none is thrown.
+// Any other exception fails the test.
+std::string readError(const std::string& path) {
+    try {
+        Reader reader(path);
+        readAll(reader);
+    } catch (const McapError& e) {
+        return e.what();
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << "not an McapError: " << e.what();
+        return e.what();
+    }
+    return "";
+}
+
+void expectError(const std::string& path, const std::string& part) {
+    const std::string error = readError(path);
+    EXPECT_NE(error.find(part), std::string::npos) << "error: \"" << error << "\", expected it to mention \"" << part << "\"";
+}
+
+Footer footerOf(const std::vector<uint8_t>& file) {
+    const std::size_t at = file.size() - sizeof kMagic - kFooterRecordSize + kRecordPrefix;
+    ByteReader in(file.data() + at, 20, at, "footer");
+    return decodeFooter(in);
+}
+
+void putU64(std::vector<uint8_t>& file, std::size_t at, uint64_t v) {
+    for (int i = 0; i < 8; ++i) file[at + i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+void putU32(std::vector<uint8_t>& file, std::size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) file[at + i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
+// After an edit of the summary: its CRC made right again, so that the reader gets past it.
+void resealSummary(std::vector<uint8_t>& file) {
+    const Footer f = footerOf(file);
+    const std::size_t footerStart = file.size() - sizeof kMagic - kFooterRecordSize;
+    putU32(file, footerStart + kRecordPrefix + 16,
+           crc32(0, file.data() + f.summaryStart, footerStart + kRecordPrefix + 16 - f.summaryStart));
+}
+
+// The data section of `file` with a footer that announces no summary.
+std::vector<uint8_t> withoutSummary(const std::vector<uint8_t>& file) {
+    std::vector<uint8_t> out(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(footerOf(file).summaryStart));
+    ByteBuffer tail;
+    encodeFooterPrefix(tail, 0, 0);
+    tail.u32(0);
+    tail.raw(kMagic, sizeof kMagic);
+    out.insert(out.end(), tail.data(), tail.data() + tail.size());
+    return out;
+}
+
+class CorruptInput : public ::testing::Test {
+protected:
+    void SetUp() override {
+        WriterOptions options;
+        options.chunkSize = 400;
+        record(dir.file("good.mcap"), sampleMessages(24), options);
+        good = readBytes(dir.file("good.mcap"));
+        path = dir.file("bad.mcap");
+    }
+
+    TempDir dir;
+    std::vector<uint8_t> good;
+    std::string path;
+};
+
+TEST_F(CorruptInput, EveryTruncationIsReported) {
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        writeBytes(path, std::vector<uint8_t>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)));
+        EXPECT_FALSE(readError(path).empty()) << "cut to " << size << " bytes";
+    }
+}
+
+TEST_F(CorruptInput, EveryChangedByteIsReportedOrChangesNothing) {
+    // The chunks are checked against their index, their records by CRC and decompression, the summary
+    // and footer by the summary CRC. What a reader through the index does not use (message indexes, the
+    // data end CRC, the header's strings) may change unnoticed, and so may a bit a decompressor ignores:
+    // then the messages read are still exactly those recorded. Nothing changed passes as other data.
+    const std::vector<Recorded> recorded = sampleMessages(24);
+    for (uint8_t flip : {uint8_t(0x01), uint8_t(0xFF)}) {
+        for (std::size_t at = 0; at < good.size(); ++at) {
+            std::vector<uint8_t> bad = good;
+            bad[at] ^= flip;
+            writeBytes(path, bad);
+            std::vector<Recorded> read;
+            try {
+                Reader reader(path);
+                read = readAll(reader);
+            } catch (const McapError&) {
+                continue;
+            }
+            EXPECT_EQ(read, recorded) << "byte " << at << " ^ " << int(flip) << " gave other messages";
+        }
+    }
+}
+
+TEST_F(CorruptInput, ErrorsSayWhatIsWrong) {
+    expectError(dir.file("missing.mcap"), "missing.mcap");
+    expectError(dir.file(""), "not a regular file");
+    writeBytes(path, {});
+    expectError(path, "not a recording");
+    writeBytes(path, std::vector<uint8_t>(100, 'a'));
+    expectError(path, "not a recording");
+    writeBytes(path, std::vector<uint8_t>(good.begin(), good.end() - 1));
+    expectError(path, "not closed");
+
+    // A chunk whose records do not match its CRC (uncompressed, so that only the CRC can tell).
+    record(dir.file("plain.mcap"), sampleMessages(10), WriterOptions{Compression::None, 1 << 20});
+    std::vector<uint8_t> bad = readBytes(dir.file("plain.mcap"));
+    const ChunkIndex ci = Reader(dir.file("plain.mcap")).chunkIndexes().at(0);
+    bad[ci.chunkStartOffset + ci.chunkLength - 3] ^= 0x10;
+    writeBytes(path, bad);
+    expectError(path, "CRC");
+    expectError(path, "chunk at offset " + std::to_string(ci.chunkStartOffset));
+
+    // A changed summary without a matching CRC.
+    bad = good;
+    bad[footerOf(good).summaryStart + 12] ^= 0x01;
+    writeBytes(path, bad);
+    expectError(path, "summary section");
+}
+
+TEST_F(CorruptInput, WrongChunkIndexOffsetsAreReported) {
+    // Find the first chunk index record in the summary; its chunk offset is the third field.
+    const Footer f = footerOf(good);
+    ByteReader summary(good.data() + f.summaryStart, f.summaryOffsetStart - f.summaryStart, f.summaryStart, "summary");
+    RawRecord r;
+    std::size_t chunkOffsetField = 0;
+    while (nextRecord(summary, r)) {
+        if (r.opcode == static_cast<uint8_t>(Opcode::ChunkIndex)) {
+            chunkOffsetField = r.offset + kRecordPrefix + 16;
+            break;
+        }
+    }
+    ASSERT_NE(chunkOffsetField, 0U);
+    const ChunkIndex first = Reader(dir.file("good.mcap")).chunkIndexes().at(0);
+
+    std::vector<uint8_t> bad = good;
+    putU64(bad, chunkOffsetField, first.chunkStartOffset + 1);  // into the chunk: no chunk record there
+    resealSummary(bad);
+    writeBytes(path, bad);
+    expectError(path, "no chunk record");
+
+    bad = good;
+    putU64(bad, chunkOffsetField, f.summaryStart - 10);  // past the data section
+    resealSummary(bad);
+    writeBytes(path, bad);
+    expectError(path, "outside the data section");
+
+    bad = good;
+    putU64(bad, chunkOffsetField + 8, first.chunkLength + 1);  // a chunk length the record does not have
+    resealSummary(bad);
+    writeBytes(path, bad);
+    EXPECT_FALSE(readError(path).empty());
+}
+
+TEST_F(CorruptInput, AFileWithoutSummaryIsReadFromTheStart) {
+    writeBytes(path, withoutSummary(good));
+    Reader reader(path);
+    EXPECT_FALSE(reader.indexed());
+    EXPECT_EQ(readAll(reader), sampleMessages(24));
+    EXPECT_EQ(reader.statistics().messageCount, 24U);
+    EXPECT_EQ(reader.statistics().messageStartTime, 1000U);
+    EXPECT_EQ(reader.channels().size(), 3U);
+    EXPECT_EQ(reader.schemas().size(), 3U);
+    EXPECT_GT(reader.statistics().chunkCount, 1U);
+
+    ReadOptions gamma;
+    gamma.channelFilter = [](const Channel& c) { return c.topic == "gamma"; };
+    EXPECT_EQ(readAll(reader, gamma).size(), 8U);
+
+    // Without the summary's CRC, a damaged chunk is still caught by its own.
+    std::vector<uint8_t> bad = withoutSummary(good);
+    const ChunkIndex ci = Reader(dir.file("good.mcap")).chunkIndexes().at(1);
+    bad[ci.chunkStartOffset + ci.chunkLength - 2] ^= 0x40;
+    writeBytes(path, bad);
+    EXPECT_FALSE(readError(path).empty());
+}
+
+// A file written record by record: messages outside chunks, no summary.
+std::vector<uint8_t> handMade(const std::function<void(ByteBuffer&)>& records) {
+    ByteBuffer b;
+    b.raw(kMagic, sizeof kMagic);
+    encodeHeader(b, Header{"", "by hand"});
+    records(b);
+    encodeDataEnd(b, 0);
+    encodeFooterPrefix(b, 0, 0);
+    b.u32(0);
+    b.raw(kMagic, sizeof kMagic);
+    return std::vector<uint8_t>(b.data(), b.data() + b.size());
+}
+
+TEST_F(CorruptInput, MessagesOutsideChunksAreReadInFileOrder) {
+    writeBytes(path, handMade([](ByteBuffer& b) {
+                   encodeSchema(b, Schema{1, "S", "omgidl", "struct S {};"});
+                   encodeChannel(b, Channel{4, 1, "/t", "cdr", {}});
+                   encodeMessage(b, 4, 1, 300, 299, "one", 3);
+                   encodeMessage(b, 4, 2, 100, 99, "two", 3);
+               }));
+    Reader reader(path);
+    EXPECT_EQ(reader.header().library, "by hand");
+    const std::vector<Recorded> expected = {{"/t", 1, 300, 299, "one"}, {"/t", 2, 100, 99, "two"}};
+    EXPECT_EQ(readAll(reader), expected);
+    EXPECT_EQ(reader.statistics().messageStartTime, 100U);
+    EXPECT_EQ(reader.statistics().messageEndTime, 300U);
+}
+
+TEST_F(CorruptInput, RecordsThatBreakTheOrderOfDefinitionsAreReported) {
+    writeBytes(path, handMade([](ByteBuffer& b) { encodeMessage(b, 4, 1, 300, 299, "one", 3); }));
+    expectError(path, "channel 4");
+    writeBytes(path, handMade([](ByteBuffer& b) { encodeChannel(b, Channel{4, 9, "/t", "cdr", {}}); }));
+    expectError(path, "schema 9");
+    // A record whose length passes the end of the data section.
+    writeBytes(path, handMade([](ByteBuffer& b) {
+                   b.u8(static_cast<uint8_t>(Opcode::Schema));
+                   b.u64(1000);
+               }));
+    expectError(path, "claims 1000 bytes");
+}
+
+}  // namespace
+}  // namespace vantrel::mcap
