@@ -64,7 +64,7 @@ class _Wrapper:
 
 def _wrapped(t: TypeRef) -> bool:
     """Whether a sequence's element of type `t` is spelled through a wrapper struct."""
-    return t.resolved().kind in ("sequence",)
+    return t.resolved().kind in ("sequence", "enum")
 
 
 def _wrapper_of(t: TypeRef) -> _Wrapper:
@@ -155,7 +155,7 @@ def _members(members) -> list[str]:
     lines = []
     for m in members:
         key = "@key " if m.key else ""
-        lines.append(f"  @id({member_id(m.name + "x")}) {key}{_ref(m.type)} {m.idl_name};")
+        lines.append(f"  @id({member_id(m.name)}) {key}{_ref(m.type)} {m.idl_name};")
     return lines
 
 
@@ -187,4 +187,16 @@ def flattened_schema(msg: Message) -> str:
         out.append(opening)
         out += [f"  {line}" for line in lines]
         out.append(closing)
+    return "\n".join(out) + "\n"
+
+
+def flattened_key_schema(msg: Message) -> str:
+    """The schema of a dispose sample of `msg`: the bus carries only its key then, serialized with no
+    delimiter or member headers, the key members in the order of their member ids. Spelled as a @final
+    struct of the message's name holding those members."""
+    keys = sorted(msg.key_members, key=lambda m: member_id(m.name))
+    out = [" ".join(f"module {p} {{" for p in ["VendorData", msg.module, msg.interface]),
+           "  @final", f"  struct {msg.name} {{"]
+    out += [f"    {_ref(m.type.resolved())} {m.idl_name};" for m in keys]
+    out += ["  };", " ".join("};" for _ in range(3))]
     return "\n".join(out) + "\n"
