@@ -103,8 +103,9 @@ def test_list_selects_by_glob_and_shows_topics_keys_and_qos():
     assert log["topic"] == "M_Alert_IClient_ReportAlarmLog"
     assert log["keys"] == "kelva_sending_actor, KeyAlarmId" and log["dispose"] is True
     assert "transient-local" in log["qos"]
-    cmd_set = [json.loads(line) for line in tool("list", "--json", "*.CmdSet*", check=True).stdout.splitlines()]
-    assert cmd_set and all(c["interface"] == "IService" and c["name"].startswith("CmdSet") for c in cmd_set)
+    if not os.environ.get("VANTREL_SUBSET"):
+        cmd_set = [json.loads(line) for line in tool("list", "--json", "*.CmdSet*", check=True).stdout.splitlines()]
+        assert cmd_set and all(c["interface"] == "IService" and c["name"].startswith("CmdSet") for c in cmd_set)
     text = tool("list", "M_Alert", check=True).stdout
     assert text.startswith("M_Alert (interface 1.0.0)") and "IService.CmdRaiseAlarm" in text
 
