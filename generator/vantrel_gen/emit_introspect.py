@@ -8,7 +8,7 @@ from .cpp_names import all_messages, api_type, class_name, param_type, wire_enum
 from .emit_api import HEADER_NOTE, operation_params
 from .emit_wire import from_wire_member, to_wire_member
 from .model import Message, Module, TypeRef
-from .schema_idl import flattened_schema
+from .schema_idl import flattened_key_schema, flattened_schema
 from .versions import interface_version
 
 _KIND = {"boolean": ("Bool", "bool"), "octet": ("Octet", "uint8_t"), "int16": ("Int16", "int16_t"),
@@ -146,7 +146,8 @@ def emit_introspect_source(mod: Module) -> str:
             signature = f"void {msg.name}({', '.join(operation_params(msg))})".replace("::M_", "M_")
             body.append(f"    {{\"{M}\", \"{msg.interface}\", \"{msg.name}\", \"{class_name(msg)}\", &{wire_message(msg)}_desc, "
                         f"&message_{n}, {'true' if msg.dispose else 'false'}, {_cstr(signature)},")
-            body.append(f"     {_cstr(flattened_schema(msg))}, print_{n}}},")
+            body.append(f"     {_cstr(flattened_schema(msg))},")
+            body.append(f"     {_cstr(flattened_key_schema(msg))}, print_{n}}},")
         body += ["};", ""]
     out += types.elements + [""] + body
     if mod.structs:

@@ -1,6 +1,7 @@
 """The IDL of one wire message flattened into one self-contained text: every type the message reaches, in
 dependency order, each inside its modules. Recordings carry it as the channel's schema (encoding
-`omgidl`), so that a reader decodes the messages without this project's code.
+`omgidl`), so that a reader decodes the messages without this project's code. A dispose sample carries
+only the key: flattened_key_schema describes that.
 
 The text is written for readers that know only a subset of IDL, while staying true to the XCDR2 bytes the
 bus carries:

@@ -1,6 +1,5 @@
 #include "McapTestFiles.h"
 
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>

@@ -90,9 +90,11 @@ private:
     std::pair<uint16_t, uint32_t>& channelFor(const Pending& p) {
         const auto key = std::make_pair(p.op, p.dispose);
         if (auto it = m_channels.find(key); it != m_channels.end()) return it->second;
-        auto schema = m_schemas.find(p.op);
+        // A disposal is serialized as the key members only: its channel has a schema of those.
+        auto schema = m_schemas.find(key);
         if (schema == m_schemas.end())
-            schema = m_schemas.emplace(p.op, m_writer.addSchema(p.op->typeName, "omgidl", p.op->schema)).first;
+            schema = m_schemas.emplace(key, m_writer.addSchema(p.op->typeName, "omgidl",
+                                                               p.dispose ? p.op->keySchema : p.op->schema)).first;
         std::map<std::string, std::string> metadata = {
             {"operation", p.op->qualifiedName()},
             {"interface_version", introspect::findModule(p.op->module)->version},
@@ -122,7 +124,7 @@ private:
     std::condition_variable m_wake;
     std::vector<Pending> m_queue;
     bool m_done = false;
-    std::map<const OperationInfo*, uint16_t> m_schemas;
+    std::map<std::pair<const OperationInfo*, bool>, uint16_t> m_schemas;
     std::map<std::pair<const OperationInfo*, bool>, std::pair<uint16_t, uint32_t>> m_channels;
     std::thread m_thread;  // last: starts when everything above exists
 };

@@ -71,6 +71,7 @@ struct OperationInfo {
     bool dispose;               // the API operation ends in a dispose flag
     const char* signature;      // the API member function: void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& Condition)
     const char* schema;         // the message's IDL, flattened into one self-contained text (omgidl)
+    const char* keySchema;      // the same for a disposal's serialized form: the key members only
     void (*print)(std::ostream&, const void* message);  // the text form of a wire message
 
     // Who sends it.
