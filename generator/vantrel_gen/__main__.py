@@ -33,10 +33,10 @@ def main(argv=None) -> int:
                     help="write the generated round-trip test sources of every module into OUT_DIR")
     ap.add_argument("--list-test-outputs", action="store_true",
                     help="print the files --generate-tests writes (relative paths), one a line")
-    ap.add_argument("--generate-introspect", metavar="OUT_DIR",
+    ap.add_argument("--generate-catalog", metavar="OUT_DIR",
                     help="write the run-time catalogue and facade glue of every module into OUT_DIR")
-    ap.add_argument("--list-introspect-outputs", action="store_true",
-                    help="print the files --generate-introspect writes (relative paths), one a line")
+    ap.add_argument("--list-catalog-outputs", action="store_true",
+                    help="print the files --generate-catalog writes (relative paths), one a line")
     ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
                     help="write a recording plug-in exporting every hook of MODULE")
     ap.add_argument("--generate-fuzz-catalog", metavar="OUT_FILE",
@@ -60,14 +60,14 @@ def main(argv=None) -> int:
             else:
                 generate_tests(args.idl_dir, args.generate_tests, only)
             return 0
-        if args.generate_introspect or args.list_introspect_outputs:
-            from .generate import generate_introspect, list_introspect_outputs
+        if args.generate_catalog or args.list_catalog_outputs:
+            from .generate import generate_catalog, list_catalog_outputs
             if not args.idl_dir:
-                ap.error("--generate-introspect and --list-introspect-outputs need --idl-dir")
-            if args.list_introspect_outputs:
-                print("\n".join(list_introspect_outputs(args.idl_dir, only)))
+                ap.error("--generate-catalog and --list-catalog-outputs need --idl-dir")
+            if args.list_catalog_outputs:
+                print("\n".join(list_catalog_outputs(args.idl_dir, only)))
             else:
-                generate_introspect(args.idl_dir, args.generate_introspect, only)
+                generate_catalog(args.idl_dir, args.generate_catalog, only)
             return 0
         if args.generate_fuzz_catalog:
             from .emit_fuzz import emit_fuzz_catalog

@@ -95,23 +95,23 @@ def list_test_outputs(idl_dir: str, only=None) -> list[str]:
     return [rel for mod in modules(idl_dir, only) for rel in test_outputs(mod)]
 
 
-def introspect_outputs(mod) -> dict[str, callable]:
+def catalog_outputs(mod) -> dict[str, callable]:
     """Relative output path -> emitter of a module's run-time catalogue and facade glue."""
-    from .emit_introspect import emit_introspect_header, emit_introspect_source
-    return {f"include/intern/vantrel/introspect/{mod.name}.h": emit_introspect_header,
-            f"source/intern/vantrel/introspect/{short_name(mod.name)}.cpp": emit_introspect_source}
+    from .emit_catalog import emit_catalog_header, emit_catalog_source
+    return {f"include/intern/vantrel/catalog/{mod.name}.h": emit_catalog_header,
+            f"source/intern/vantrel/catalog/{short_name(mod.name)}.cpp": emit_catalog_source}
 
 
-_REGISTRY = "source/intern/vantrel/introspect/Modules.cpp"
+_REGISTRY = "source/intern/vantrel/catalog/Modules.cpp"
 
 
-def generate_introspect(idl_dir: str, out_dir: str, only=None) -> list[str]:
-    from .emit_introspect import emit_introspect_registry
-    written = _generate(idl_dir, out_dir, introspect_outputs, only)
+def generate_catalog(idl_dir: str, out_dir: str, only=None) -> list[str]:
+    from .emit_catalog import emit_catalog_registry
+    written = _generate(idl_dir, out_dir, catalog_outputs, only)
     path = os.path.join(out_dir, _REGISTRY)
-    write_if_changed(path, emit_introspect_registry(modules(idl_dir, only)))
+    write_if_changed(path, emit_catalog_registry(modules(idl_dir, only)))
     return written + [path]
 
 
-def list_introspect_outputs(idl_dir: str, only=None) -> list[str]:
-    return [rel for mod in modules(idl_dir, only) for rel in introspect_outputs(mod)] + [_REGISTRY]
+def list_catalog_outputs(idl_dir: str, only=None) -> list[str]:
+    return [rel for mod in modules(idl_dir, only) for rel in catalog_outputs(mod)] + [_REGISTRY]

@@ -9,9 +9,9 @@
 
 namespace vantrel::mcap::samples {
 
-using introspect::Kind;
-using introspect::StructInfo;
-using introspect::TypeInfo;
+using catalog::Kind;
+using catalog::StructInfo;
+using catalog::TypeInfo;
 
 namespace {
 

@@ -6,7 +6,7 @@
 //
 // PATTERN as `vantrel` takes it ("M_Alert", "M_Mount.IService.*"); none: every operation built in.
 #include "SampleValues.h"
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 #include "vantrel/mcap/Writer.h"
 
 #include <dds/dds.h>
@@ -21,7 +21,7 @@
 
 namespace {
 
-using vantrel::introspect::OperationInfo;
+using vantrel::catalog::OperationInfo;
 namespace mcap = vantrel::mcap;
 
 constexpr int kVariants = 3;
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
     std::vector<const OperationInfo*> ops;
     std::set<const OperationInfo*> seen;
     for (const auto& p : patterns.empty() ? std::vector<std::string>{"*"} : patterns) {
-        for (const OperationInfo* op : vantrel::introspect::matchOperations(p)) {
+        for (const OperationInfo* op : vantrel::catalog::matchOperations(p)) {
             if (seen.insert(op).second) ops.push_back(op);
         }
     }

@@ -27,13 +27,13 @@ Bus::Bus(int domain)
 
 Bus::~Bus() { dds_delete(m_participant); }
 
-std::string Bus::topicName(const introspect::OperationInfo& op) const { return topicNameOf(op, m_config); }
+std::string Bus::topicName(const catalog::OperationInfo& op) const { return topicNameOf(op, m_config); }
 
-const kelva::access::QosPattern& Bus::qos(const introspect::OperationInfo& op) const {
+const kelva::access::QosPattern& Bus::qos(const catalog::OperationInfo& op) const {
     return m_patterns.forTopic(topicName(op));
 }
 
-dds_entity_t Bus::topic(const introspect::OperationInfo& op) {
+dds_entity_t Bus::topic(const catalog::OperationInfo& op) {
     if (auto it = m_topics.find(&op); it != m_topics.end()) return it->second;
     const std::string name = topicName(op);
     const dds_entity_t t = dds_create_topic(m_participant, op.descriptor, name.c_str(), qos(op).qosTopic(), nullptr);
@@ -42,7 +42,7 @@ dds_entity_t Bus::topic(const introspect::OperationInfo& op) {
     return t;
 }
 
-dds_entity_t Bus::reader(const introspect::OperationInfo& op, const dds_listener_t* listener, bool liveOnly) {
+dds_entity_t Bus::reader(const catalog::OperationInfo& op, const dds_listener_t* listener, bool liveOnly) {
     dds_qos_t* q = dds_create_qos();
     dds_copy_qos(q, qos(op).qosRead());
     dds_qset_history(q, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
@@ -53,7 +53,7 @@ dds_entity_t Bus::reader(const introspect::OperationInfo& op, const dds_listener
     return r;
 }
 
-dds_entity_t Bus::writer(const introspect::OperationInfo& op) {
+dds_entity_t Bus::writer(const catalog::OperationInfo& op) {
     const dds_entity_t w = dds_create_writer(m_participant, topic(op), qos(op).qosWrite(), nullptr);
     if (w < 0) throw std::runtime_error(ddsError("dds_create_writer(" + topicName(op) + ")", w));
     return w;
@@ -63,7 +63,7 @@ dds_entity_t Bus::writer(const introspect::OperationInfo& op) {
 
 namespace vantrel::tool {
 
-const ddsi_sertype* Bus::sertype(const introspect::OperationInfo& op) {
+const ddsi_sertype* Bus::sertype(const catalog::OperationInfo& op) {
     // The public API hands a topic's serialization type out only with a sample: one zero sample goes from a
     // writer to a reader in a partition of this process's own, which no other participant shares.
     const std::string partition = "vantrel-local-" + std::to_string(::getpid());

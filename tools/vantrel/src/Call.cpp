@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "kelva/actors/Session.h"
-#include "vantrel/introspect/Facade.h"
+#include "vantrel/catalog/Facade.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/JsonForm.h"
@@ -31,13 +31,13 @@ int call(const CallOptions& o) {
         throw InputError(op.qualifiedName() + ": " + e.what());
     }
 
-    const auto& module = *introspect::findModule(op.module);
-    introspect::FacadeRequest request;
+    const auto& module = *catalog::findModule(op.module);
+    catalog::FacadeRequest request;
     request.role = op.sender();
-    request.creation = introspect::Creation::WriteOnly;
+    request.creation = catalog::Creation::WriteOnly;
     request.session = kelva::actors::SessionFactory::instance().getSession(o.domain);
     request.name = o.name;
-    auto facade = introspect::createFacade(module, request);
+    auto facade = catalog::createFacade(module, request);
     std::this_thread::sleep_for(std::chrono::duration<double>(o.settle));
 
     const auto period = o.rate > 0 ? std::chrono::duration<double>(1.0 / o.rate) : std::chrono::duration<double>(0);

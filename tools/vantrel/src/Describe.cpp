@@ -7,7 +7,7 @@
 
 namespace vantrel::tool {
 
-using introspect::OperationInfo;
+using catalog::OperationInfo;
 
 std::string topicNameOf(const OperationInfo& op, const kelva::config::Config& config) {
     std::string name = op.typeName;
@@ -31,11 +31,11 @@ std::string keysText(const OperationInfo& op) {
 }
 
 std::vector<const OperationInfo*> selectOperations(const std::vector<std::string>& patterns) {
-    if (patterns.empty()) return introspect::matchOperations("*");
+    if (patterns.empty()) return catalog::matchOperations("*");
     std::vector<const OperationInfo*> out;
     std::set<const OperationInfo*> seen;
     for (const auto& pattern : patterns) {
-        auto found = introspect::matchOperations(pattern);
+        auto found = catalog::matchOperations(pattern);
         if (found.empty())
             throw InputError("no operation matches '" + pattern + "' (patterns are globs over M_X.IService.Op; "
                              "see vantrel list)");
@@ -46,7 +46,7 @@ std::vector<const OperationInfo*> selectOperations(const std::vector<std::string
 }
 
 const OperationInfo& requireOperation(const std::string& name) {
-    if (const auto* op = introspect::findOperation(name)) return *op;
+    if (const auto* op = catalog::findOperation(name)) return *op;
     throw InputError("unknown operation '" + name + "' (give M_X.Op or M_X.IService.Op; see vantrel list)");
 }
 

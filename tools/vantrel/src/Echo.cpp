@@ -13,7 +13,7 @@
 
 namespace vantrel::tool {
 
-using introspect::OperationInfo;
+using catalog::OperationInfo;
 
 namespace {
 

@@ -10,10 +10,10 @@
 
 namespace vantrel::tool {
 
-using introspect::Kind;
-using introspect::MemberInfo;
-using introspect::StructInfo;
-using introspect::TypeInfo;
+using catalog::Kind;
+using catalog::MemberInfo;
+using catalog::StructInfo;
+using catalog::TypeInfo;
 using nlohmann::json;
 
 namespace {

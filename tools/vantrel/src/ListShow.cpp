@@ -9,17 +9,17 @@
 
 namespace vantrel::tool {
 
-using introspect::Kind;
-using introspect::OperationInfo;
-using introspect::TypeInfo;
+using catalog::Kind;
+using catalog::OperationInfo;
+using catalog::TypeInfo;
 
 namespace {
 
-void showMembers(const introspect::StructInfo& type, int indent) {
+void showMembers(const catalog::StructInfo& type, int indent) {
     for (uint32_t i = 0; i < type.count; ++i) {
         const auto& m = type.members[i];
         const TypeInfo* t = &m.type;
-        std::cout << std::string(indent, ' ') << m.name << ": " << introspect::typeText(*t);
+        std::cout << std::string(indent, ' ') << m.name << ": " << catalog::typeText(*t);
         if (t->alias) std::cout << " (" << t->alias << ")";
         if (m.key) std::cout << " [key]";
         while (t->kind == Kind::Sequence) t = t->element;
@@ -35,11 +35,11 @@ void showMembers(const introspect::StructInfo& type, int indent) {
 }
 
 void showOperation(const OperationInfo& op, const kelva::config::Config& config, bool schema) {
-    const auto* module = introspect::findModule(op.module);
+    const auto* module = catalog::findModule(op.module);
     const std::string topic = topicNameOf(op, config);
     std::cout << op.qualifiedName() << "\n"
               << "  api        " << op.signature << "\n"
-              << "  sent by    " << (op.sender() == introspect::Role::Client ? "Client" : "Service") << "\n"
+              << "  sent by    " << (op.sender() == catalog::Role::Client ? "Client" : "Service") << "\n"
               << "  wire type  " << op.typeName << "\n"
               << "  topic      " << topic << " (" << qosText(config.qosFor(topic)) << ")\n"
               << "  keys       " << keysText(op) << "\n"
@@ -62,7 +62,7 @@ int list(const ListOptions& o) {
                                    {"interface", op->interface}, {"name", op->name}, {"topic", topic},
                                    {"type", op->typeName}, {"keys", keysText(*op)}, {"dispose", op->dispose},
                                    {"qos", qosText(config.qosFor(topic))},
-                                   {"version", introspect::findModule(op->module)->version}};
+                                   {"version", catalog::findModule(op->module)->version}};
             std::cout << line.dump() << "\n";
         }
         return 0;
@@ -71,7 +71,7 @@ int list(const ListOptions& o) {
     for (const auto* op : ops) {
         if (!module || std::string(module) != op->module) {
             module = op->module;
-            std::cout << module << " (interface " << introspect::findModule(module)->version << ")\n";
+            std::cout << module << " (interface " << catalog::findModule(module)->version << ")\n";
         }
         const std::string topic = topicNameOf(*op, config);
         std::cout << "  " << std::left << std::setw(48) << (std::string(op->interface) + "." + op->name) << " "
@@ -84,7 +84,7 @@ int list(const ListOptions& o) {
 int show(const ShowOptions& o) {
     const auto config = kelva::config::Config::fromEnvironment();
     if (o.what.find('.') == std::string::npos) {
-        const auto* module = introspect::findModule(o.what);
+        const auto* module = catalog::findModule(o.what);
         if (!module) throw InputError("unknown module '" + o.what + "' (see vantrel list)");
         std::cout << module->name << " (interface " << module->version << "): " << module->operationCount
                   << " operations, " << module->structCount << " value types, " << module->enumCount
@@ -95,8 +95,8 @@ int show(const ShowOptions& o) {
         }
         return 0;
     }
-    const auto ops = introspect::matchOperations(o.what);
-    const OperationInfo* exact = introspect::findOperation(o.what);
+    const auto ops = catalog::matchOperations(o.what);
+    const OperationInfo* exact = catalog::findOperation(o.what);
     if (exact) {
         showOperation(*exact, config, o.schema);
         return 0;

@@ -170,7 +170,7 @@ int ps(const PsOptions& o) {
     std::map<std::string, std::set<std::string>> versions;
     for (const auto& a : acts) versions[a.module].insert(a.version);
     for (const auto& [module, vs] : versions) {
-        const auto* known = introspect::findModule(module);
+        const auto* known = catalog::findModule(module);
         std::set<std::string> all = vs;
         if (known) all.insert(known->version);
         if (all.size() > 1) {
@@ -184,7 +184,7 @@ int ps(const PsOptions& o) {
     const auto config = bus.config();
     auto peers = [&](const std::string& module, const std::string& operation, bool sends) {
         for (const char* iface : {"IService", "IClient"}) {
-            const auto* op = introspect::findOperation(module + "." + iface + "." + operation);
+            const auto* op = catalog::findOperation(module + "." + iface + "." + operation);
             if (!op) continue;
             const std::string topic = topicNameOf(*op, config);
             return sends ? readers[topic].size() : writers[topic].size();
@@ -192,12 +192,12 @@ int ps(const PsOptions& o) {
         return std::size_t{0};
     };
     auto side = [](const Act& a) -> std::string {
-        const auto* module = introspect::findModule(a.module);
+        const auto* module = catalog::findModule(a.module);
         if (!module) return "?";
         // A service sends IClient operations and reads IService ones; a client the reverse.
         for (const bool sends : {true, false})
             for (const auto& name : sends ? a.writes : a.reads) {
-                const auto* op = introspect::findOperation(a.module + "." + name);
+                const auto* op = catalog::findOperation(a.module + "." + name);
                 if (!op) continue;
                 const bool clientOperation = std::string(op->interface) == "IClient";
                 return sends == clientOperation ? "Service" : "Client";

@@ -21,7 +21,7 @@
 
 namespace vantrel::tool {
 
-using introspect::OperationInfo;
+using catalog::OperationInfo;
 
 namespace {
 

@@ -21,7 +21,7 @@
 
 namespace vantrel::tool {
 
-using introspect::OperationInfo;
+using catalog::OperationInfo;
 
 namespace {
 
@@ -97,7 +97,7 @@ private:
                                                                p.dispose ? p.op->keySchema : p.op->schema)).first;
         std::map<std::string, std::string> metadata = {
             {"operation", p.op->qualifiedName()},
-            {"interface_version", introspect::findModule(p.op->module)->version},
+            {"interface_version", catalog::findModule(p.op->module)->version},
             {"keys", keysText(*p.op)},
             {"sample", p.dispose ? "dispose" : "data"}};
         // The writer of the channel's first sample: its GUID and its participant's.

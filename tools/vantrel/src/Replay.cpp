@@ -7,7 +7,7 @@
 
 #include <dds/ddsi/ddsi_serdata.h>
 
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 #include "vantrel/mcap/Reader.h"
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
@@ -16,7 +16,7 @@
 
 namespace vantrel::tool {
 
-using introspect::OperationInfo;
+using catalog::OperationInfo;
 
 namespace {
 
@@ -35,12 +35,12 @@ std::map<uint16_t, Target> targets(const mcap::Reader& reader, const std::string
         if (!schema || schema->encoding != "omgidl" || channel.messageEncoding != "cdr")
             throw InputError(reader.path() + ": channel " + std::to_string(id) + " (" + channel.topic +
                              ") is not a recorded operation (schema omgidl, messages cdr)");
-        const OperationInfo* op = introspect::findOperationByType(schema->name);
+        const OperationInfo* op = catalog::findOperationByType(schema->name);
         if (!op)
             throw InputError(reader.path() + ": channel " + std::to_string(id) + " (" + channel.topic +
                              "): unknown type " + schema->name);
-        if (!topics.empty() && !introspect::globMatch(topics.c_str(), op->qualifiedName().c_str()) &&
-            !introspect::globMatch(topics.c_str(), channel.topic.c_str()))
+        if (!topics.empty() && !catalog::globMatch(topics.c_str(), op->qualifiedName().c_str()) &&
+            !catalog::globMatch(topics.c_str(), channel.topic.c_str()))
             continue;
         auto sample = channel.metadata.find("sample");
         out[id] = Target{op, sample != channel.metadata.end() && sample->second == "dispose"};

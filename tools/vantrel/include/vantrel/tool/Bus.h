@@ -10,7 +10,7 @@
 
 #include "kelva/access/QosPattern.h"
 #include "kelva/config/Config.h"
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
 
@@ -26,24 +26,24 @@ public:
     const kelva::config::Config& config() const { return m_config; }
 
     // The topic name the toolkit maps the operation's type name to.
-    std::string topicName(const introspect::OperationInfo& op) const;
-    const kelva::access::QosPattern& qos(const introspect::OperationInfo& op) const;
-    dds_entity_t topic(const introspect::OperationInfo& op);
+    std::string topicName(const catalog::OperationInfo& op) const;
+    const kelva::access::QosPattern& qos(const catalog::OperationInfo& op) const;
+    dds_entity_t topic(const catalog::OperationInfo& op);
     // A reader with the toolkit's reader QoS for the topic, but keeping every sample until taken (the tool
     // must not lose samples of a fast keep-last stream); `liveOnly` makes it volatile (no history of
     // transient-local writers). `listener` may be null.
-    dds_entity_t reader(const introspect::OperationInfo& op, const dds_listener_t* listener = nullptr,
+    dds_entity_t reader(const catalog::OperationInfo& op, const dds_listener_t* listener = nullptr,
                         bool liveOnly = false);
-    dds_entity_t writer(const introspect::OperationInfo& op);
+    dds_entity_t writer(const catalog::OperationInfo& op);
     // The DDS layer's serialization type of the operation's topic (to make samples from recorded bytes).
-    const struct ddsi_sertype* sertype(const introspect::OperationInfo& op);
+    const struct ddsi_sertype* sertype(const catalog::OperationInfo& op);
 
 private:
     int m_domain;
     kelva::config::Config m_config;
     kelva::access::QosPatterns m_patterns;
     dds_entity_t m_participant;
-    std::map<const introspect::OperationInfo*, dds_entity_t> m_topics;
+    std::map<const catalog::OperationInfo*, dds_entity_t> m_topics;
 };
 
 // The text of a DDS return code for an error message: "dds_create_reader(M_Alert_...): Error".

@@ -5,19 +5,19 @@
 #include <vector>
 
 #include "kelva/config/Config.h"
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
 
-std::string topicNameOf(const introspect::OperationInfo& op, const kelva::config::Config& config);
+std::string topicNameOf(const catalog::OperationInfo& op, const kelva::config::Config& config);
 // "reliable, transient-local, keep last 1"
 std::string qosText(const kelva::config::QosRule& rule);
 // "kelva_sending_actor, KeyAlarmId" or "none"
-std::string keysText(const introspect::OperationInfo& op);
+std::string keysText(const catalog::OperationInfo& op);
 // The operations the patterns select (none given: every operation); a pattern that selects nothing
 // throws InputError.
-std::vector<const introspect::OperationInfo*> selectOperations(const std::vector<std::string>& patterns);
+std::vector<const catalog::OperationInfo*> selectOperations(const std::vector<std::string>& patterns);
 // The operation named "M_X.Op" or "M_X.IService.Op"; InputError when there is none.
-const introspect::OperationInfo& requireOperation(const std::string& name);
+const catalog::OperationInfo& requireOperation(const std::string& name);
 
 }  // namespace vantrel::tool

@@ -5,19 +5,19 @@
 
 #include <string>
 
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
 
 // Every member of the struct at `data` (of a message: without kelva_sending_actor when `withActor` is false).
-nlohmann::json toJson(const introspect::StructInfo& type, const void* data, bool withActor = true);
+nlohmann::json toJson(const catalog::StructInfo& type, const void* data, bool withActor = true);
 // Only the key members.
-nlohmann::json keysToJson(const introspect::StructInfo& type, const void* data);
+nlohmann::json keysToJson(const catalog::StructInfo& type, const void* data);
 
 // Fills the zeroed struct at `data` from a JSON object; omitted members keep their zero value. Strings and
 // sequence buffers are allocated with dds_alloc (freed with dds_sample_free). A wrong name, type or bound
 // throws InputError naming the member path ("Condition.SubsystemName: expected a string, got 12"); what was
 // filled until then stays for dds_sample_free. A message's kelva_sending_actor is never taken from JSON.
-void fromJson(const nlohmann::json& value, const introspect::StructInfo& type, void* data, const std::string& path);
+void fromJson(const nlohmann::json& value, const catalog::StructInfo& type, void* data, const std::string& path);
 
 }  // namespace vantrel::tool

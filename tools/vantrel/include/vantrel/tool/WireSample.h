@@ -3,13 +3,13 @@
 // buffers included), zeroed when made.
 #include <dds/dds.h>
 
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
 
 class WireSample {
 public:
-    explicit WireSample(const introspect::OperationInfo& op)
+    explicit WireSample(const catalog::OperationInfo& op)
         : m_op(op), m_data(dds_alloc(op.descriptor->m_size)) {}
     ~WireSample() { dds_sample_free(m_data, m_op.descriptor, DDS_FREE_ALL); }
     WireSample(const WireSample&) = delete;
@@ -17,10 +17,10 @@ public:
 
     void* data() { return m_data; }
     const void* data() const { return m_data; }
-    const introspect::OperationInfo& operation() const { return m_op; }
+    const catalog::OperationInfo& operation() const { return m_op; }
 
 private:
-    const introspect::OperationInfo& m_op;
+    const catalog::OperationInfo& m_op;
     void* m_data;
 };
 

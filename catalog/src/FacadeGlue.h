@@ -12,9 +12,9 @@
 #include "kelva/actors/Session.h"
 #include "kelva/utils/Callback.h"
 #include "vantrel/frame/CallbackMap.h"
-#include "vantrel/introspect/Facade.h"
+#include "vantrel/catalog/Facade.h"
 
-namespace vantrel::introspect::glue {
+namespace vantrel::catalog::glue {
 
 // The callbacks of one facade; the generated `receivers` function of a module fills it.
 class Receivers {
@@ -140,4 +140,4 @@ private:
     F m_facade;
 };
 
-}  // namespace vantrel::introspect::glue
+}  // namespace vantrel::catalog::glue

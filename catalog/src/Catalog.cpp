@@ -1,9 +1,9 @@
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace vantrel::introspect {
+namespace vantrel::catalog {
 
 Role OperationInfo::sender() const {
     return std::strcmp(interface, "IService") == 0 ? Role::Client : Role::Service;
@@ -110,4 +110,4 @@ std::string typeText(const TypeInfo& type) {
     }
 }
 
-}  // namespace vantrel::introspect
+}  // namespace vantrel::catalog

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace vantrel::introspect {
+namespace vantrel::catalog {
 
 enum class Kind : uint8_t {
     Bool, Octet, Int16, UInt16, Int32, UInt32, Int64, UInt64, Float, Double,
@@ -113,4 +113,4 @@ bool globMatch(const char* pattern, const char* text);
 const char* kindName(Kind kind);
 std::string typeText(const TypeInfo& type);
 
-}  // namespace vantrel::introspect
+}  // namespace vantrel::catalog

@@ -8,14 +8,14 @@
 #include <vector>
 
 #include "kelva/actors/ActorInfo.h"
-#include "vantrel/introspect/Catalog.h"
+#include "vantrel/catalog/Catalog.h"
 
 namespace kelva::actors {
 class Session;
 class MonitorSession;
 }  // namespace kelva::actors
 
-namespace vantrel::introspect {
+namespace vantrel::catalog {
 
 // Receives an operation as its wire message (valid for the call only; kelva_sending_actor is the sender),
 // and the operation's dispose flag. Runs on the session's dispatcher thread.
@@ -62,4 +62,4 @@ public:
 // Creates a facade of `module` (std::invalid_argument for a module of types only).
 std::unique_ptr<Facade> createFacade(const ModuleInfo& module, const FacadeRequest& request);
 
-}  // namespace vantrel::introspect
+}  // namespace vantrel::catalog

@@ -61,13 +61,13 @@ class _Types:
                 f"&{struct_table(r.module, r.name)}, {alias}}}")
 
 
-def emit_introspect_header(mod: Module) -> str:
+def emit_catalog_header(mod: Module) -> str:
     M = mod.name
     out = [HEADER_NOTE.format(file=mod.file.split("/")[-1]), "#pragma once", "",
-           "#include \"vantrel/introspect/Catalog.h\"", "", "namespace vantrel::introspect::tables {", ""]
+           "#include \"vantrel/catalog/Catalog.h\"", "", "namespace vantrel::catalog::tables {", ""]
     out += [f"extern const EnumInfo {enum_table(M, e.name)};" for e in mod.enums]
     out += [f"extern const StructInfo {struct_table(M, s.name)};" for s in mod.structs]
-    out += [f"extern const ModuleInfo {module_table(M)};", "", "}  // namespace vantrel::introspect::tables", ""]
+    out += [f"extern const ModuleInfo {module_table(M)};", "", "}  // namespace vantrel::catalog::tables", ""]
     return "\n".join(out)
 
 
@@ -109,16 +109,16 @@ def _receiver(mod: Module, msg: Message, index: int) -> list[str]:
     return out
 
 
-def emit_introspect_source(mod: Module) -> str:
+def emit_catalog_source(mod: Module) -> str:
     M = mod.name
     out = [HEADER_NOTE.format(file=mod.file.split("/")[-1]),
-           f"#include \"intern/vantrel/introspect/{M}.h\"", f"#include \"intern/vantrel/wire/{M}Wire.h\""]
-    out += [f"#include \"intern/vantrel/introspect/{inc}.h\"" for inc in mod.includes]
+           f"#include \"intern/vantrel/catalog/{M}.h\"", f"#include \"intern/vantrel/wire/{M}Wire.h\""]
+    out += [f"#include \"intern/vantrel/catalog/{inc}.h\"" for inc in mod.includes]
     out += ["", "#include <cstddef>", "#include <ostream>", ""]
     if mod.has_interfaces:
         out += ["#include \"FacadeGlue.h\"", ""]
     out += ["using vantrel::frame::fromWire;", "using vantrel::frame::toWire;", "",
-            "namespace vantrel::introspect::tables {", ""]
+            "namespace vantrel::catalog::tables {", ""]
     types = _Types(M)
     body = []
     for e in mod.enums:
@@ -182,16 +182,16 @@ def emit_introspect_source(mod: Module) -> str:
             f"{'structs_' + M if mod.structs else 'nullptr'}, {len(mod.structs)}, "
             f"{'enums_' + M if mod.enums else 'nullptr'}, {len(mod.enums)}, "
             f"{'operations_' + M if messages else 'nullptr'}, {len(messages)}, {create}}};", "",
-            "}  // namespace vantrel::introspect::tables", ""]
+            "}  // namespace vantrel::catalog::tables", ""]
     return "\n".join(out)
 
 
-def emit_introspect_registry(mods: list[Module]) -> str:
+def emit_catalog_registry(mods: list[Module]) -> str:
     out = [HEADER_NOTE.format(file="*.idl"), "#include <vector>", ""]
-    out += [f"#include \"intern/vantrel/introspect/{m.name}.h\"" for m in mods]
-    out += ["", "namespace vantrel::introspect {", "",
+    out += [f"#include \"intern/vantrel/catalog/{m.name}.h\"" for m in mods]
+    out += ["", "namespace vantrel::catalog {", "",
             "const std::vector<const ModuleInfo*>& modules() {",
             "    static const std::vector<const ModuleInfo*> all = {"]
     out += [f"        &tables::{module_table(m.name)}," for m in sorted(mods, key=lambda m: m.name)]
-    out += ["    };", "    return all;", "}", "", "}  // namespace vantrel::introspect", ""]
+    out += ["    };", "    return all;", "}", "", "}  // namespace vantrel::catalog", ""]
     return "\n".join(out)

@@ -1,10 +1,10 @@
-#include "vantrel/introspect/Facade.h"
+#include "vantrel/catalog/Facade.h"
 
 #include <stdexcept>
 
 #include "FacadeGlue.h"
 
-namespace vantrel::introspect {
+namespace vantrel::catalog {
 
 std::unique_ptr<Facade> createFacade(const ModuleInfo& module, const FacadeRequest& request) {
     if (!module.create) throw std::invalid_argument(std::string(module.name) + " is a module of types only");
@@ -31,4 +31,4 @@ void wrongOperation(const ModuleInfo& module, Role role, const OperationInfo& op
 }
 
 }  // namespace glue
-}  // namespace vantrel::introspect
+}  // namespace vantrel::catalog
