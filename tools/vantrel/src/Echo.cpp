@@ -9,6 +9,7 @@
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/JsonForm.h"
+#include "vantrel/tool/Samples.h"
 #include "vantrel/tool/Verbs.h"
 
 namespace vantrel::tool {
@@ -50,12 +51,6 @@ void printSample(const OperationInfo& op, const void* sample, const dds_sample_i
     std::cout.flush();
 }
 
-bool lastOfInstance(const dds_sample_info_t* infos, dds_return_t n, dds_return_t i) {
-    for (dds_return_t j = i + 1; j < n; ++j)
-        if (infos[j].instance_handle == infos[i].instance_handle) return false;
-    return true;
-}
-
 }  // namespace
 
 int echo(const EchoOptions& o) {
@@ -85,8 +80,7 @@ int echo(const EchoOptions& o) {
                 printSample(*op, samples[i], infos[i], o);
                 // A disposal that arrived while this, the instance's last sample, was unread marks it
                 // instead of coming as a sample of its own: shown after it.
-                if (infos[i].valid_data && infos[i].instance_state == DDS_IST_NOT_ALIVE_DISPOSED &&
-                    lastOfInstance(infos, got, i) && (o.count == 0 || shown + 1 < o.count)) {
+                if (disposedAfter(infos, got, i) && (o.count == 0 || shown + 1 < o.count)) {
                     dds_sample_info_t disposal = infos[i];
                     disposal.valid_data = false;
                     printSample(*op, samples[i], disposal, o);

@@ -16,6 +16,7 @@
 #include "kelva_intern.h"
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
+#include "vantrel/tool/Samples.h"
 #include "vantrel/tool/Verbs.h"
 
 namespace vantrel::tool {
@@ -30,17 +31,6 @@ struct Endpoint {
     dds_durability_kind_t durability = DDS_DURABILITY_VOLATILE;
     const dds_typeinfo_t* typeInfo = nullptr;
 };
-
-std::string guidText(const dds_guid_t& g) {
-    static const char* hex = "0123456789abcdef";
-    std::string out;
-    for (int i = 0; i < 16; ++i) {
-        out += hex[g.v[i] >> 4];
-        out += hex[g.v[i] & 15];
-        if (i == 3 || i == 7 || i == 11) out += ':';
-    }
-    return out;
-}
 
 // Every sample of a reader, handed to `use` (loans returned afterwards).
 template <class T, class Use>

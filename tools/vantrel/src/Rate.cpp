@@ -17,6 +17,7 @@
 
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
+#include "vantrel/tool/Samples.h"
 #include "vantrel/tool/Verbs.h"
 
 namespace vantrel::tool {
@@ -42,12 +43,7 @@ struct TopicStats {
 
 void onRateData(dds_entity_t reader, void* arg) {
     auto* stats = static_cast<TopicStats*>(arg);
-    constexpr int kBatch = 64;
-    ddsi_serdata* data[kBatch];
-    dds_sample_info_t infos[kBatch];
-    for (;;) {
-        const dds_return_t n = dds_takecdr(reader, data, kBatch, infos, DDS_ANY_STATE);
-        if (n <= 0) return;
+    takeSerialized(reader, [stats](ddsi_serdata** data, const dds_sample_info_t* infos, dds_return_t n) {
         const auto now = Clock::now();
         std::lock_guard<std::mutex> lock(stats->mutex);
         for (dds_return_t i = 0; i < n; ++i) {
@@ -57,7 +53,7 @@ void onRateData(dds_entity_t reader, void* arg) {
             }
             ddsi_serdata_unref(data[i]);
         }
-    }
+    });
 }
 
 struct Figures {

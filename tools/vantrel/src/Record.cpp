@@ -17,6 +17,7 @@
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
+#include "vantrel/tool/Samples.h"
 #include "vantrel/tool/Verbs.h"
 
 namespace vantrel::tool {
@@ -102,21 +103,14 @@ private:
             {"sample", p.dispose ? "dispose" : "data"}};
         // The writer of the channel's first sample: its GUID and its participant's.
         if (dds_builtintopic_endpoint_t* w = dds_get_matched_publication_data(p.reader, p.publication)) {
-            metadata["writer_guid"] = guid(w->key);
-            metadata["writer_participant_guid"] = guid(w->participant_key);
+            metadata["writer_guid"] = guidText(w->key);
+            metadata["writer_participant_guid"] = guidText(w->participant_key);
             dds_builtintopic_free_endpoint(w);
         }
         const uint16_t id = m_writer.addChannel(schema->second, m_bus.topicName(*p.op), "cdr", metadata);
         return m_channels.emplace(key, std::make_pair(id, 0u)).first->second;
     }
 
-    static std::string guid(const dds_guid_t& g) {
-        char text[40];
-        std::snprintf(text, sizeof text, "%02x%02x%02x%02x:%02x%02x%02x%02x:%02x%02x%02x%02x:%02x%02x%02x%02x",
-                      g.v[0], g.v[1], g.v[2], g.v[3], g.v[4], g.v[5], g.v[6], g.v[7], g.v[8], g.v[9], g.v[10],
-                      g.v[11], g.v[12], g.v[13], g.v[14], g.v[15]);
-        return text;
-    }
 
     mcap::Writer m_writer;
     Bus& m_bus;
@@ -135,20 +129,9 @@ struct Source {
     dds_entity_t reader = 0;
 };
 
-bool lastOfInstance(const dds_sample_info_t* infos, dds_return_t n, dds_return_t i) {
-    for (dds_return_t j = i + 1; j < n; ++j)
-        if (infos[j].instance_handle == infos[i].instance_handle) return false;
-    return true;
-}
-
 void onRecordData(dds_entity_t reader, void* arg) {
     auto* source = static_cast<Source*>(arg);
-    constexpr int kBatch = 64;
-    ddsi_serdata* data[kBatch];
-    dds_sample_info_t infos[kBatch];
-    for (;;) {
-        const dds_return_t n = dds_takecdr(reader, data, kBatch, infos, DDS_ANY_STATE);
-        if (n <= 0) return;
+    takeSerialized(reader, [source, reader](ddsi_serdata** data, const dds_sample_info_t* infos, dds_return_t n) {
         const uint64_t now = nowNs();
         for (dds_return_t i = 0; i < n; ++i) {
             const bool dispose = !infos[i].valid_data;
@@ -157,16 +140,13 @@ void onRecordData(dds_entity_t reader, void* arg) {
                 continue;
             }
             const auto publishTime = static_cast<uint64_t>(infos[i].source_timestamp);
-            // A disposal that arrives while the instance's last sample is still unread marks that sample
-            // instead of coming as one of its own: it is recorded after the sample, as its keys.
-            const bool disposedAfter = !dispose && infos[i].instance_state == DDS_IST_NOT_ALIVE_DISPOSED &&
-                                       lastOfInstance(infos, n, i);
-            ddsi_serdata* keys = disposedAfter ? ddsi_serdata_to_untyped(data[i]) : nullptr;
+            // A disposal the sample carries is recorded after it, as the sample's keys.
+            ddsi_serdata* keys = disposedAfter(infos, n, i) ? ddsi_serdata_to_untyped(data[i]) : nullptr;
             source->recorder->push({source->op, reader, data[i], now, publishTime, infos[i].publication_handle, dispose});
             if (keys)
                 source->recorder->push({source->op, reader, keys, now, publishTime, infos[i].publication_handle, true});
         }
-    }
+    });
 }
 
 std::string defaultName() {

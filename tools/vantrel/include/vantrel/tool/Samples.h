@@ -1,0 +1,32 @@
+#pragma once
+// What the verbs that take samples share: taking serialized samples in batches, the disposal a kept
+// sample stands for, and the text of a GUID.
+#include <dds/dds.h>
+#include <dds/ddsi/ddsi_serdata.h>
+
+#include <string>
+
+namespace vantrel::tool {
+
+// Takes every serialized sample the reader holds, a batch at a time: `use(data, infos, n)` owns the
+// references it is handed (it must unref each).
+template <class Use>
+void takeSerialized(dds_entity_t reader, Use use) {
+    constexpr int kBatch = 64;
+    ddsi_serdata* data[kBatch];
+    dds_sample_info_t infos[kBatch];
+    for (;;) {
+        const dds_return_t n = dds_takecdr(reader, data, kBatch, infos, DDS_ANY_STATE);
+        if (n <= 0) return;
+        use(data, infos, n);
+    }
+}
+
+// A disposal that arrives while an instance's last sample is still unread marks that sample instead of
+// coming as one of its own: true when sample i of a batch carries such a disposal after it.
+bool disposedAfter(const dds_sample_info_t* infos, dds_return_t n, dds_return_t i);
+
+// "0110a8c0:00002f3e:00000001:000001c1"
+std::string guidText(const dds_guid_t& guid);
+
+}  // namespace vantrel::tool
