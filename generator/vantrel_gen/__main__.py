@@ -37,6 +37,10 @@ def main(argv=None) -> int:
                     help="write the run-time catalogue and facade glue of every module into OUT_DIR")
     ap.add_argument("--list-catalog-outputs", action="store_true",
                     help="print the files --generate-catalog writes (relative paths), one a line")
+    ap.add_argument("--generate-python", metavar="OUT_DIR",
+                    help="write the Python module of every module (vantrel/M_X.py) into OUT_DIR")
+    ap.add_argument("--list-python-outputs", action="store_true",
+                    help="print the files --generate-python writes (relative paths), one a line")
     ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
                     help="write a recording plug-in exporting every hook of MODULE")
     ap.add_argument("--generate-fuzz-catalog", metavar="OUT_FILE",
@@ -68,6 +72,15 @@ def main(argv=None) -> int:
                 print("\n".join(list_catalog_outputs(args.idl_dir, only)))
             else:
                 generate_catalog(args.idl_dir, args.generate_catalog, only)
+            return 0
+        if args.generate_python or args.list_python_outputs:
+            from .generate import generate_python, list_python_outputs
+            if not args.idl_dir:
+                ap.error("--generate-python and --list-python-outputs need --idl-dir")
+            if args.list_python_outputs:
+                print("\n".join(list_python_outputs(args.idl_dir, only)))
+            else:
+                generate_python(args.idl_dir, args.generate_python, only)
             return 0
         if args.generate_fuzz_catalog:
             from .emit_fuzz import emit_fuzz_catalog

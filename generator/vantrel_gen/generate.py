@@ -115,3 +115,17 @@ def generate_catalog(idl_dir: str, out_dir: str, only=None) -> list[str]:
 
 def list_catalog_outputs(idl_dir: str, only=None) -> list[str]:
     return [rel for mod in modules(idl_dir, only) for rel in catalog_outputs(mod)] + [_REGISTRY]
+
+
+def python_outputs(mod) -> dict[str, callable]:
+    """Relative output path -> emitter of a module's Python module (vantrel/M_X.py)."""
+    from .emit_python import emit_python_module
+    return {f"vantrel/{mod.name}.py": emit_python_module}
+
+
+def generate_python(idl_dir: str, out_dir: str, only=None) -> list[str]:
+    return _generate(idl_dir, out_dir, python_outputs, only)
+
+
+def list_python_outputs(idl_dir: str, only=None) -> list[str]:
+    return [rel for mod in modules(idl_dir, only) for rel in python_outputs(mod)]

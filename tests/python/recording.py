@@ -1,0 +1,53 @@
+"""Receivers that record what arrives, and a comparison of received values that also checks their types."""
+
+import threading
+
+from vantrel import _values
+
+
+class Recorder:
+    """The arguments of every call of every operation (with the dispose flag where there is one), in order."""
+
+    def __init__(self):
+        self._lock = threading.Lock()
+        self._calls = {}
+
+    def record(self, operation, args):
+        with self._lock:
+            self._calls.setdefault(operation, []).append(args)
+
+    def callback(self, operation):
+        return lambda *args: self.record(operation, args)
+
+    def calls(self, operation):
+        with self._lock:
+            return list(self._calls.get(operation, []))
+
+    def count(self, operation):
+        with self._lock:
+            return len(self._calls.get(operation, []))
+
+    def reached(self, operations, count):
+        return all(self.count(op) >= count for op in operations)
+
+
+def implementation(interface, operations, recorder):
+    """An instance of a subclass of the generated interface that overrides `operations` (and no other)."""
+    def method(name):
+        def receive(self, *args):
+            recorder.record(name, args)
+        receive.__name__ = name
+        return receive
+    cls = type(f"Recording{interface.__name__}", (interface,), {name: method(name) for name in operations})
+    return cls()
+
+
+def same(a, b):
+    """Equal values of the same types throughout (an enumeration literal is not an int, bytes not a list)."""
+    if type(a) is not type(b):
+        return False
+    if isinstance(a, _values.Value):
+        return all(same(getattr(a, name), getattr(b, name)) for name in type(a).__slots__)
+    if isinstance(a, (list, tuple)):
+        return len(a) == len(b) and all(same(x, y) for x, y in zip(a, b))
+    return a == b

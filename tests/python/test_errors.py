@@ -1,0 +1,163 @@
+"""Values that cannot go on the wire: the send raises TypeError or ValueError naming the operation and the
+member path, and nothing is sent. Every operation of the build is checked for every kind of leaf it has
+(through the converter that sending uses); that nothing is sent is checked over DDS with M_Alert."""
+
+import pytest
+
+from vantrel import catalog
+from conftest import wait_until
+from recording import Recorder
+from samples import arguments, with_first_leaf
+
+OPERATIONS = [op for m in catalog.modules() for op in catalog.operations(m)]
+
+_RANGES = {"octet": (0, 255), "int16": (-2**15, 2**15 - 1), "uint16": (0, 2**16 - 1), "int32": (-2**31, 2**31 - 1),
+           "uint32": (0, 2**32 - 1), "int64": (-2**63, 2**63 - 1), "uint64": (0, 2**64 - 1)}
+
+# (kind of leaf, replacement, exception, what the message says after the path)
+CASES = [
+    ("string", lambda v: 17, TypeError, "expected str, got int"),
+    ("string", lambda v: b"bytes", TypeError, "expected str, got bytes"),
+    ("string", lambda v: "a\0b", ValueError, "contains a NUL character"),
+    ("string", lambda v: "\ud800", ValueError, "cannot be encoded as UTF-8"),
+    ("boolean", lambda v: 1, TypeError, "expected bool, got int"),
+    ("double", lambda v: "1.5", TypeError, "expected float, got str"),
+    ("double", lambda v: True, TypeError, "expected float, got bool"),
+    ("double", lambda v: 10**400, ValueError, "is out of range for double"),
+    ("enum", lambda v: v.name, TypeError, "got str"),
+    ("enum", lambda v: 2**31, ValueError, "is out of range for a 32-bit enumeration"),
+    ("bytes", lambda v: "text", TypeError, "expected bytes or list, got str"),
+    ("optional", lambda v: v + v, ValueError, "optional holds 2 elements, at most 1"),
+    ("struct", lambda v: {}, TypeError, "got dict"),
+    ("struct", lambda v: None, TypeError, "got NoneType"),
+] + [(kind, lambda v, high=high: high + 1, ValueError, f"is out of range for {kind} ({low} to {high})")
+     for kind, (low, high) in _RANGES.items()] + \
+    [(kind, lambda v, low=low: low - 1, ValueError, f"is out of range for {kind}") for kind, (low, _) in _RANGES.items()] + \
+    [(kind, lambda v: 1.0, TypeError, "expected int, got float") for kind in _RANGES]
+
+
+@pytest.mark.parametrize("kind, replace, error, problem", CASES, ids=[f"{c[0]}-{i}" for i, c in enumerate(CASES)])
+def test_every_operation_refuses_a_bad_leaf_naming_its_path(kind, replace, error, problem):
+    checked = 0
+    for op in OPERATIONS:
+        args, path = with_first_leaf(op, arguments(op, 9), kind, replace)
+        if path is None:
+            continue
+        with pytest.raises(error) as raised:
+            op.wireText(args)
+        message = str(raised.value)
+        assert message.startswith(f"{op.module}.{op.name}: {path}: "), message
+        assert problem in message, message
+        checked += 1
+    if not checked:
+        pytest.skip(f"no operation of this build has a leaf of kind {kind}")
+
+
+def _literal_of_another_enumeration(value):
+    from vantrel import M_Common
+    other = M_Common.ColourScheme if type(value) is M_Common.Availability else M_Common.Availability
+    return list(other)[-1]
+
+
+def test_an_enumeration_refuses_a_literal_of_another():
+    checked = 0
+    for op in OPERATIONS:
+        args, path = with_first_leaf(op, arguments(op, 9), "enum", _literal_of_another_enumeration)
+        if path is None:
+            continue
+        with pytest.raises(TypeError) as raised:
+            op.wireText(args)
+        assert str(raised.value).startswith(f"{op.module}.{op.name}: {path}: expected M_"), str(raised.value)
+        assert ", got M_Common." in str(raised.value)
+        checked += 1
+    if not checked:
+        pytest.skip("no operation of this build has an enumeration")
+
+
+def test_an_enumeration_takes_a_plain_number():
+    # As the C++ API takes a cast number; a receiver sees a number without a literal as literal 0.
+    checked = 0
+    for op in OPERATIONS:
+        args, path = with_first_leaf(op, arguments(op, 9), "enum", lambda v: 4711)
+        if path is not None:
+            assert "Type::4711" in op.wireText(args).decode(), f"{op.module}.{op.name}: {path}"
+            checked += 1
+    if not checked:
+        pytest.skip("no operation of this build has an enumeration")
+
+
+M_Alert = pytest.importorskip("vantrel.M_Alert")
+from vantrel import M_Common  # noqa: E402
+
+
+def _condition(**changes):
+    values = dict(SubsystemName="Power", ComponentName="Battery", Measure="Voltage", Nature="Low",
+                  AlarmDescription="battery low")
+    values.update(changes)
+    return M_Alert.AlarmConditionInfoType(**values)
+
+
+def test_nothing_is_sent_when_a_value_is_refused(sessions):
+    received = Recorder()
+    service = M_Alert.Service.create(sessions[0], "errors_service",
+                                     {op: received.callback(op) for op in ("CmdRaiseAlarm", "CmdAcknowledgeAlarm")})
+    client = M_Alert.Client.create(sessions[1], "errors_client",
+                                   {"ReportAlarmLog": received.callback("ReportAlarmLog")})
+    with service, client:
+        client.waitUntilConnected()
+        refused = [
+            (TypeError, "M_Alert.CmdRaiseAlarm: Condition.SubsystemName: expected str, got int",
+             lambda: client.CmdRaiseAlarm(_condition(SubsystemName=5))),
+            (TypeError, "M_Alert.CmdRaiseAlarm: Condition: expected M_Alert.AlarmConditionInfoType, got M_Alert.AlarmLogType",
+             lambda: client.CmdRaiseAlarm(M_Alert.AlarmLogType())),
+            (ValueError, "M_Alert.CmdRaiseAlarm: Condition.Nature: contains a NUL character, which the wire cannot carry",
+             lambda: client.CmdRaiseAlarm(_condition(Nature="a\0b"))),
+            (TypeError, "M_Alert.CmdAcknowledgeAlarm: AlarmIdList: expected list, got str",
+             lambda: client.CmdAcknowledgeAlarm("ALM-1")),
+            (TypeError, "M_Alert.CmdAcknowledgeAlarm: AlarmIdList[1]: expected str, got int",
+             lambda: client.CmdAcknowledgeAlarm(["ALM-1", 2])),
+            (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeAcknowledged: optional holds 2 elements, at most 1",
+             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeAcknowledged=[M_Common.TimeType()] * 2))),
+            (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeAcknowledged: optional holds 2 elements, at most 1",
+             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeAcknowledged=[M_Common.TimeType()] * 2),
+                                            dispose=True)),
+            (TypeError, "M_Alert.ReportAlarmLog: Alarm.Category: expected M_Alert.AlarmCategoryKind, got M_Alert.AlarmStatusKind",
+             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(Category=M_Alert.AlarmStatusKind.Active))),
+            (TypeError, "M_Alert.ReportAlarmLog: Alarm.IsSuppressed: expected bool, got int",
+             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(IsSuppressed=1))),
+            (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeRaised.Nanoseconds: 2147483648 is out of range for int32",
+             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeRaised=M_Common.TimeType(1, 2**31)))),
+        ]
+        for error, message, send in refused:
+            with pytest.raises(error) as raised:
+                send()
+            assert str(raised.value).startswith(message), str(raised.value)
+        with pytest.raises(TypeError):
+            client.CmdRaiseAlarm()  # the operation's arguments are required
+        # What follows on the same topics arrives alone: nothing was sent before it.
+        good = _condition()
+        client.CmdRaiseAlarm(good)
+        client.CmdAcknowledgeAlarm(["ALM-1"])
+        service.ReportAlarmLog("ALM-2", M_Alert.AlarmLogType(IsSuppressed=True))
+        assert wait_until(lambda: received.reached(["CmdRaiseAlarm", "CmdAcknowledgeAlarm", "ReportAlarmLog"], 1))
+        assert received.calls("CmdRaiseAlarm") == [(good,)]
+        assert received.calls("CmdAcknowledgeAlarm") == [(["ALM-1"],)]
+        assert received.calls("ReportAlarmLog") == [("ALM-2", M_Alert.AlarmLogType(IsSuppressed=True), False)]
+
+
+def test_an_invalidated_facade_refuses_to_send(sessions):
+    received = Recorder()
+    service = M_Alert.Service.create(sessions[0], "invalid_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")})
+    client = M_Alert.Client.createWriteOnly(sessions[1], "invalid_client")
+    with service:
+        client.waitUntilConnected()
+        client.invalidate()
+        assert not client.isValid()
+        with pytest.raises(RuntimeError):
+            client.CmdRaiseAlarm(_condition())
+        other = M_Alert.Client.createWriteOnly(sessions[1], "valid_client")
+        other.waitUntilConnected()
+        other.CmdRaiseAlarm(_condition(Nature="second"))
+        assert wait_until(lambda: received.count("CmdRaiseAlarm") == 1)
+        assert received.calls("CmdRaiseAlarm") == [(_condition(Nature="second"),)]
+        other.invalidate()

@@ -1,0 +1,212 @@
+"""How facades end: destroyed while one of their callbacks runs (from another thread, or by the callback
+itself), invalidated from their own callback, collected within a reference cycle, and left alive when
+the interpreter exits (the process ends cleanly and promptly)."""
+
+import gc
+import os
+import subprocess
+import sys
+import textwrap
+import threading
+import time
+import weakref
+
+import pytest
+
+from conftest import wait_until
+from recording import Recorder
+
+M_Alert = pytest.importorskip("vantrel.M_Alert")
+
+
+def condition(n):
+    return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
+
+
+@pytest.fixture
+def client(sessions):
+    with M_Alert.Client.createWriteOnly(sessions[1], "lifetime_client") as c:
+        yield c
+
+
+@pytest.fixture
+def witness(sessions):
+    """Another service on the first session: it keeps receiving whatever happens to its neighbours."""
+    received = Recorder()
+    with M_Alert.Service.create(sessions[0], "witness", {"CmdRaiseAlarm": received.callback("R")}):
+        yield received
+
+
+def slow_service(sessions, events):
+    def on_raise(c):
+        events.append(("start", c.SubsystemName))
+        time.sleep(0.5)
+        events.append(("end", c.SubsystemName))
+    return M_Alert.Service.create(sessions[0], "slow_service", {"CmdRaiseAlarm": on_raise})
+
+
+@pytest.mark.parametrize("destroyer", ["main thread", "other thread"])
+def test_destroying_a_facade_waits_for_its_running_callback(sessions, client, witness, destroyer):
+    events = []
+    service = slow_service(sessions, events)
+    client.waitUntilConnected()
+    client.CmdRaiseAlarm(condition(1))
+    assert wait_until(lambda: events == [("start", "S1")])
+    if destroyer == "main thread":
+        del service
+    else:
+        holder = [service]
+        del service
+        thread = threading.Thread(target=holder.clear)
+        thread.start()
+        thread.join(10)
+        assert not thread.is_alive()
+    # Destruction returned: the callback has finished, and nothing reaches the facade any more.
+    assert events == [("start", "S1"), ("end", "S1")]
+    client.CmdRaiseAlarm(condition(2))
+    assert wait_until(lambda: witness.count("R") == 2)
+    time.sleep(0.2)
+    assert events == [("start", "S1"), ("end", "S1")]
+
+
+def test_a_facade_dropped_by_its_own_callback(sessions, client, witness):
+    events = []
+    holder = {}
+
+    def on_raise(c):
+        events.append(("start", c.SubsystemName))
+        holder.clear()  # the last reference to this very facade
+        time.sleep(0.2)  # the callback goes on after its facade is gone
+        events.append(("end", c.SubsystemName))
+
+    holder["service"] = M_Alert.Service.create(sessions[0], "self_dropping", {"CmdRaiseAlarm": on_raise})
+    client.waitUntilConnected()
+    client.CmdRaiseAlarm(condition(1))
+    assert wait_until(lambda: len(events) == 2)
+    client.CmdRaiseAlarm(condition(2))
+    client.CmdRaiseAlarm(condition(3))
+    assert wait_until(lambda: witness.count("R") == 3)
+    time.sleep(0.2)
+    assert events == [("start", "S1"), ("end", "S1")]
+    assert not holder
+
+
+def test_invalidating_from_its_own_callback(sessions, client, witness):
+    events = []
+    holder = {}
+
+    def on_raise(c):
+        holder["service"].invalidate()  # does not wait for itself
+        events.append(c.SubsystemName)
+
+    with M_Alert.Service.create(sessions[0], "self_invalidating", {"CmdRaiseAlarm": on_raise}) as service:
+        holder["service"] = service
+        client.waitUntilConnected()
+        client.CmdRaiseAlarm(condition(1))
+        assert wait_until(lambda: events == ["S1"])
+        assert wait_until(lambda: not service.isValid())
+        client.CmdRaiseAlarm(condition(2))
+        assert wait_until(lambda: witness.count("R") == 2)
+        time.sleep(0.2)
+        assert events == ["S1"]
+
+
+def test_an_implementation_holding_its_facade_is_collected(sessions, client, witness):
+    received = []
+
+    class Service(M_Alert.IService):
+        def __init__(self):
+            self.facade = M_Alert.Service.create(sessions[0], "cyclic_service", self)
+
+        def CmdRaiseAlarm(self, Condition):
+            received.append(Condition)
+
+    implementation = Service()
+    facade = weakref.ref(implementation.facade)
+    client.waitUntilConnected()
+    client.CmdRaiseAlarm(condition(1))
+    assert wait_until(lambda: len(received) == 1)
+    del implementation
+    gc.collect()
+    assert facade() is None
+    client.CmdRaiseAlarm(condition(2))
+    assert wait_until(lambda: witness.count("R") == 2)
+    time.sleep(0.2)
+    assert received == [condition(1)]
+
+
+def test_with_invalidates_at_the_end(sessions):
+    with M_Alert.Service.createWriteOnly(sessions[0], "scoped") as service:
+        assert service.isValid()
+    assert not service.isValid()
+    service.invalidate()  # idempotent
+
+
+EXIT_SCRIPTS = {
+    "idle facades": """
+        service = M_Alert.Service.create(domain, "exit_service", {"CmdRaiseAlarm": lambda c: None})
+        client = M_Alert.Client.createWriteOnly(domain, "exit_client")
+        client.waitUntilConnected()
+        client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
+    """,
+    "a callback running": """
+        started = threading.Event()
+        def on_raise(c):
+            started.set()
+            time.sleep(1.0)
+        service = M_Alert.Service.create(vantrel.Session(domain), "exit_service", {"CmdRaiseAlarm": on_raise})
+        client = M_Alert.Client.createWriteOnly(vantrel.Session(domain), "exit_client")
+        client.waitUntilConnected()
+        client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
+        assert started.wait(10)
+    """,
+    "callbacks computing": """
+        count = [0]
+        def on_raise(c):
+            count[0] += sum(range(20000))  # holds the GIL
+        service = M_Alert.Service.create(vantrel.Session(domain), "exit_service", {"CmdRaiseAlarm": on_raise})
+        client = M_Alert.Client.createWriteOnly(vantrel.Session(domain), "exit_client")
+        client.waitUntilConnected()
+        for i in range(300):
+            client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType(str(i)))
+    """,
+    "a daemon thread sending": """
+        def on_raise(c):
+            sum(range(5000))  # holds the GIL: the dispatcher often waits for it when the interpreter ends
+        service = M_Alert.Service.create(vantrel.Session(domain), "exit_service", {"CmdRaiseAlarm": on_raise})
+        client = M_Alert.Client.createWriteOnly(vantrel.Session(domain), "exit_client")
+        client.waitUntilConnected()
+        def send():
+            while True:
+                client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
+        threading.Thread(target=send, daemon=True).start()
+        time.sleep(0.3)
+    """,
+    "a cycle through an implementation": """
+        class Service(M_Alert.IService):
+            def __init__(self):
+                self.facade = M_Alert.Service.create(domain, "exit_service", self)
+            def CmdRaiseAlarm(self, Condition):
+                time.sleep(0.5)
+        service = Service()
+        client = M_Alert.Client.createWriteOnly(domain, "exit_client")
+        client.waitUntilConnected()
+        client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
+        time.sleep(0.1)
+    """,
+}
+
+
+@pytest.mark.parametrize("situation", list(EXIT_SCRIPTS))
+def test_the_interpreter_exits_cleanly_with_live_facades(situation):
+    script = "import os, threading, time\nimport vantrel\nfrom vantrel import M_Alert\n" \
+             "domain = int(os.environ['KELVA_TEST_DOMAIN'])\n" + textwrap.dedent(EXIT_SCRIPTS[situation]) + \
+             "print('script done', flush=True)\n"
+    started = time.monotonic()
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=60, env=os.environ)
+    elapsed = time.monotonic() - started
+    assert done.returncode == 0, done.stderr
+    assert "script done" in done.stdout
+    for crash in ("Fatal Python error", "terminate called", "FATAL", "Segmentation fault"):
+        assert crash not in done.stderr, done.stderr
+    assert elapsed < 30, f"exit took {elapsed:.1f} s"

@@ -1,0 +1,111 @@
+"""The text form of Python values equals the C++ one (M_X::toText, the catalogue's print of a wire message)
+for every operation of the build: non-default values, and values at the edges of what C++ formats
+differently (infinities, NaN with and without sign, exponents, integer limits, undeclared enumeration
+numbers, empty lists, non-ASCII text, octets beyond ASCII)."""
+
+import math
+
+import pytest
+
+from vantrel import catalog
+from samples import arguments, transformed_arguments
+
+OPERATIONS = [op for m in catalog.modules() for op in catalog.operations(m)]
+IDS = [f"{op.module}.{op.name}" for op in OPERATIONS]
+
+
+def cpp_text(op, args, sender=""):
+    return op.wireText(args, sender).decode("utf-8", "backslashreplace")
+
+
+def test_the_build_has_operations():
+    assert OPERATIONS
+
+
+@pytest.mark.parametrize("op", OPERATIONS, ids=IDS)
+def test_message_text_equals_cpp(op):
+    args = arguments(op, 7)
+    assert op.text(args, "sender-1") == cpp_text(op, args, "sender-1")
+
+
+@pytest.mark.parametrize("op", OPERATIONS, ids=IDS)
+def test_value_text_equals_cpp_to_text(op):
+    # The wire message's text holds each argument's M_X::toText after its name.
+    args = arguments(op, 11)
+    wire = cpp_text(op, args)
+    for param, value in zip(op.params, args):
+        if param.type.kind == "struct":
+            assert f"{param.name}: {value}" in wire
+            assert repr(value) == str(value)
+
+
+_LIMITS = {"octet": (0, 255), "int16": (-2**15, 2**15 - 1), "uint16": (0, 2**16 - 1), "int32": (-2**31, 2**31 - 1),
+           "uint32": (0, 2**32 - 1), "int64": (-2**63, 2**63 - 1), "uint64": (0, 2**64 - 1)}
+
+EDGES = {
+    "infinity": lambda kind, v: math.inf if kind in ("double", "float") else v,
+    "minus infinity": lambda kind, v: -math.inf if kind in ("double", "float") else v,
+    "nan": lambda kind, v: math.nan if kind in ("double", "float") else v,
+    "negative nan": lambda kind, v: math.copysign(math.nan, -1.0) if kind in ("double", "float") else v,
+    "large": lambda kind, v: 1.5e20 if kind in ("double", "float") else v,
+    "small": lambda kind, v: -2.5e-7 if kind in ("double", "float") else v,
+    "many digits": lambda kind, v: 123456789.125 if kind in ("double", "float") else v,
+    "negative zero": lambda kind, v: -0.0 if kind in ("double", "float") else v,
+    "one third": lambda kind, v: 1 / 3 if kind in ("double", "float") else v,
+    "denormal": lambda kind, v: 5e-324 if kind in ("double", "float") else v,
+    "integer maxima": lambda kind, v: _LIMITS[kind][1] if kind in _LIMITS else v,
+    "integer minima": lambda kind, v: _LIMITS[kind][0] if kind in _LIMITS else v,
+    "false": lambda kind, v: False if kind == "boolean" else v,
+    "undeclared enumeration number": lambda kind, v: len(type(v)) + 5 if kind == "enum" else v,
+    "negative enumeration number": lambda kind, v: -3 if kind == "enum" else v,
+    "non-ASCII text": lambda kind, v: "Grüße ✓ 東" if kind == "string" else v,
+    "empty text": lambda kind, v: "" if kind == "string" else v,
+    "every octet": lambda kind, v: bytes(range(256)) if kind == "bytes" else v,
+}
+
+
+@pytest.mark.parametrize("edge", list(EDGES))
+def test_edge_values_text_equals_cpp(edge):
+    changed = 0
+    for op in OPERATIONS:
+        original = arguments(op, 3)
+        args = transformed_arguments(op, original, EDGES[edge])
+        assert op.text(args) == cpp_text(op, args), f"{op.module}.{op.name}"
+        changed += op.text(args) != op.text(original)
+    if not changed:
+        pytest.skip("no operation of this build has a value this edge changes")
+
+
+def test_empty_lists_and_absent_optionals_text_equals_cpp():
+    for op in OPERATIONS:
+        args = tuple(p.type.cls() if p.type.kind == "struct" else
+                     (b"" if isinstance(v, bytes) else []) if p.type.kind == "sequence" else v
+                     for p, v in zip(op.params, arguments(op, 5)))
+        assert op.text(args) == cpp_text(op, args), f"{op.module}.{op.name}"
+
+
+def test_text_rules_on_known_values():
+    # The rules themselves, on values of M_Common (in every build): numbers as C++ streams them (%g, six
+    # significant digits), enumerations as Type::Literal or Type::<number>, lists and optionals in
+    # brackets, nested lists inline, octets as their characters.
+    from vantrel import M_Common
+    P, A = M_Common.PropertyType, M_Common.PropertyAccessKind
+    assert str(P("n", "s", [0.1], [7], A.Read_Write)) == \
+        "[Name: n, StrValue: s, DoubleValue: [0.1], LongValue: [7], AccessMode: Type::Read_Write]"
+    shown = {1e20: "1e+20", 1 / 3: "0.333333", 123456789.0: "1.23457e+08", 100.0: "100", -2.5e-7: "-2.5e-07",
+             math.inf: "inf", -math.inf: "-inf", math.nan: "nan", math.copysign(math.nan, -1.0): "-nan", -0.0: "-0"}
+    for number, text in shown.items():
+        assert str(P(DoubleValue=[number])).split(", ")[2] == f"DoubleValue: [{text}]"
+    assert str(P(AccessMode=42)).endswith("AccessMode: Type::42]")
+    assert str(P()) == "[Name: , StrValue: , DoubleValue: [], LongValue: [], AccessMode: Type::Undefined]"
+    assert str(M_Common.EncryptionType("a", b"AB")) == \
+        "[Algorithm: a, Token: [A, B], Aad: [], Iv: [], Mac: [], Nounce: []]"
+    assert "Covariance: [[1, 2.5], []]" in str(M_Common.UncertaintyType(Covariance=[[1.0, 2.5], []]))
+    assert str(M_Common.TimeType(12, 5)) == "[Seconds: 12, Nanoseconds: 5]"
+    assert repr(M_Common.TimeType(12, 5)) == str(M_Common.TimeType(12, 5))
+
+
+def test_text_of_a_member_of_the_wrong_type_shows_it():
+    # Printing never fails: what would not convert is shown with str().
+    from vantrel import M_Common
+    assert str(M_Common.TimeType("twelve", None)) == "[Seconds: twelve, Nanoseconds: None]"
