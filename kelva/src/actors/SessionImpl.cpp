@@ -51,17 +51,15 @@ std::shared_ptr<SessionImpl> SessionImpl::create(int domainId, const config::Con
 SessionImpl::SessionImpl(int domainId, const config::Config& config, bool isMonitor)
     : m_domainId(domainId), m_isMonitor(isMonitor), m_config(config), m_sessionId(makeSessionId(domainId)) {
     for (const auto& plugin : m_config.plugins) m_plugins.load(plugin.name, plugin.path);
-    m_participant = dds_create_participant(static_cast<dds_domainid_t>(domainId), nullptr, nullptr);
-    if (m_participant < 0)
-        throw std::runtime_error("cannot create DDS participant on domain " + std::to_string(domainId) + ": " +
-                                 dds_strretcode(m_participant));
+    m_dds = std::make_unique<config::Participant>(domainId, m_config);
+    m_participant = m_dds->handle();
     try {
         m_qos = std::make_unique<access::QosPatterns>(m_config);
         m_dispatcher = std::make_unique<access::Dispatcher>(m_participant);
         if (m_config.publishActorInfo) publishSelf();
     } catch (...) {
         m_dispatcher.reset();
-        dds_delete(m_participant);
+        m_dds.reset();
         throw;
     }
 }
@@ -71,7 +69,7 @@ SessionImpl::~SessionImpl() {
     // Destroyed from one of its own handlers, the dispatcher deletes itself once that handler returned.
     access::Dispatcher::release(std::move(m_dispatcher));
     m_actorInfo.reset();  // before the participant: its reader's listener stops first
-    dds_delete(m_participant);
+    m_dds.reset();
 }
 
 void SessionImpl::publishSelf() {

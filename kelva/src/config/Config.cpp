@@ -3,6 +3,7 @@
 #include <toml.hpp>
 
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 
 namespace kelva::config {
@@ -40,11 +41,60 @@ struct Where {
         return static_cast<int>(n);
     }
 
+    // A file named in the configuration: relative paths are taken against the configuration file's folder.
+    std::string path(const toml::value& v, const std::string& setting) const {
+        const std::filesystem::path named = str(v, setting);
+        if (named.empty()) fail(v, setting, "expected a file name");
+        if (named.is_absolute()) return named.lexically_normal().string();
+        const std::filesystem::path folder = std::filesystem::absolute(file).parent_path();
+        return (folder / named).lexically_normal().string();
+    }
+
+    std::vector<std::string> strings(const toml::value& v, const std::string& setting, bool paths) const {
+        std::vector<std::string> out;
+        if (!v.is_array()) {
+            out.push_back(paths ? path(v, setting) : str(v, setting));
+            return out;
+        }
+        for (const auto& x : v.as_array()) out.push_back(paths ? path(x, setting) : str(x, setting));
+        return out;
+    }
+
     bool boolean(const toml::value& v, const std::string& setting) const {
         if (!v.is_boolean()) fail(v, setting, "expected true or false");
         return v.as_boolean();
     }
 };
+
+void readNetwork(const Where& w, const toml::value& section, Network& n) {
+    w.onlyKeys(section, "network", {"dds_config", "interface", "peers"});
+    for (const auto& [key, v] : section.as_table()) {
+        if (key == "dds_config") n.ddsConfig = w.strings(v, "network.dds_config", true);
+        else if (key == "interface") n.interface = w.str(v, "network.interface");
+        else n.peers = w.strings(v, "network.peers", false);
+        if (key == "interface" && n.interface.find_first_of("<>\"'& ") != std::string::npos)
+            w.fail(v, "network.interface", "not an interface name or address");
+        for (const auto& peer : n.peers)
+            if (peer.empty() || peer.find_first_of("<>\"'& ") != std::string::npos)
+                w.fail(v, "network.peers", "not an address: \"" + peer + "\"");
+    }
+}
+
+void readSecurity(const Where& w, const toml::value& section, Security& s) {
+    const std::pair<const char*, std::string Security::*> files[] = {
+        {"identity_ca", &Security::identityCa},       {"identity_certificate", &Security::identityCertificate},
+        {"private_key", &Security::privateKey},       {"permissions_ca", &Security::permissionsCa},
+        {"governance", &Security::governance},        {"permissions", &Security::permissions}};
+    std::set<std::string> known;
+    for (const auto& [key, member] : files) known.insert(key);
+    w.onlyKeys(section, "security", known);
+    const auto& t = section.as_table();
+    // Half a security setup would start an unsecured participant: all six files or the section is refused.
+    for (const auto& [key, member] : files) {
+        if (!t.count(key)) w.fail(section, std::string("security.") + key, "missing (security needs all six files)");
+        s.*member = w.path(t.at(key), std::string("security.") + key);
+    }
+}
 
 void readLog(const Where& w, const toml::value& section, Config& c) {
     w.onlyKeys(section, "log", {"level", "sink"});
@@ -122,7 +172,7 @@ Config Config::fromFile(const std::string& path) {
     }
     const Where w{path};
     Config c;
-    w.onlyKeys(root, "", {"log", "topics", "session", "plugins", "qos"});
+    w.onlyKeys(root, "", {"log", "topics", "session", "plugins", "qos", "network", "security"});
     for (const auto& [key, section] : root.as_table()) {
         if (key == "log") {
             w.table(section, "log");
@@ -141,6 +191,12 @@ Config Config::fromFile(const std::string& path) {
                 else if (k == "check_most_derived_class_type") c.checkMostDerivedClassType = w.boolean(v, "session." + k);
                 else c.publishActorInfo = w.boolean(v, "session." + k);
             }
+        } else if (key == "network") {
+            w.table(section, "network");
+            readNetwork(w, section, c.network);
+        } else if (key == "security") {
+            w.table(section, "security");
+            readSecurity(w, section, c.security);
         } else if (key == "plugins") {
             if (!section.is_array()) w.fail(section, "plugins", "expected [[plugins]] entries");
             for (const auto& entry : section.as_array()) {

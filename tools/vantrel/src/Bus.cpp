@@ -21,11 +21,9 @@ uint64_t nowNs() {
 
 Bus::Bus(int domain)
     : m_domain(domain), m_config(kelva::config::Config::fromEnvironment()), m_patterns(m_config),
-      m_participant(dds_create_participant(static_cast<dds_domainid_t>(domain), nullptr, nullptr)) {
-    if (m_participant < 0) throw std::runtime_error(ddsError("dds_create_participant", m_participant));
-}
+      m_participant(domain, m_config) {}
 
-Bus::~Bus() { dds_delete(m_participant); }
+Bus::~Bus() = default;
 
 std::string Bus::topicName(const catalog::OperationInfo& op) const { return topicNameOf(op, m_config); }
 
@@ -36,7 +34,7 @@ const kelva::access::QosPattern& Bus::qos(const catalog::OperationInfo& op) cons
 dds_entity_t Bus::topic(const catalog::OperationInfo& op) {
     if (auto it = m_topics.find(&op); it != m_topics.end()) return it->second;
     const std::string name = topicName(op);
-    const dds_entity_t t = dds_create_topic(m_participant, op.descriptor, name.c_str(), qos(op).qosTopic(), nullptr);
+    const dds_entity_t t = dds_create_topic(participant(), op.descriptor, name.c_str(), qos(op).qosTopic(), nullptr);
     if (t < 0) throw std::runtime_error(ddsError("dds_create_topic(" + name + ")", t));
     m_topics.emplace(&op, t);
     return t;
@@ -47,14 +45,14 @@ dds_entity_t Bus::reader(const catalog::OperationInfo& op, const dds_listener_t*
     dds_copy_qos(q, qos(op).qosRead());
     dds_qset_history(q, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);
     if (liveOnly) dds_qset_durability(q, DDS_DURABILITY_VOLATILE);
-    const dds_entity_t r = dds_create_reader(m_participant, topic(op), q, listener);
+    const dds_entity_t r = dds_create_reader(participant(), topic(op), q, listener);
     dds_delete_qos(q);
     if (r < 0) throw std::runtime_error(ddsError("dds_create_reader(" + topicName(op) + ")", r));
     return r;
 }
 
 dds_entity_t Bus::writer(const catalog::OperationInfo& op) {
-    const dds_entity_t w = dds_create_writer(m_participant, topic(op), qos(op).qosWrite(), nullptr);
+    const dds_entity_t w = dds_create_writer(participant(), topic(op), qos(op).qosWrite(), nullptr);
     if (w < 0) throw std::runtime_error(ddsError("dds_create_writer(" + topicName(op) + ")", w));
     return w;
 }
@@ -70,8 +68,8 @@ const ddsi_sertype* Bus::sertype(const catalog::OperationInfo& op) {
     dds_qos_t* q = dds_create_qos();
     dds_qset_partition1(q, partition.c_str());
     dds_qset_reliability(q, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
-    const dds_entity_t pub = dds_create_publisher(m_participant, q, nullptr);
-    const dds_entity_t sub = dds_create_subscriber(m_participant, q, nullptr);
+    const dds_entity_t pub = dds_create_publisher(participant(), q, nullptr);
+    const dds_entity_t sub = dds_create_subscriber(participant(), q, nullptr);
     const dds_entity_t w = dds_create_writer(pub, topic(op), q, nullptr);
     const dds_entity_t r = dds_create_reader(sub, topic(op), q, nullptr);
     dds_delete_qos(q);

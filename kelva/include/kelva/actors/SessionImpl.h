@@ -19,6 +19,7 @@
 #include "kelva/actors/SimpleActor.h"
 #include "kelva/base/PluginLoader.h"
 #include "kelva/config/Config.h"
+#include "kelva/config/Participant.h"
 
 namespace kelva::actors {
 
@@ -77,7 +78,8 @@ private:
     bool m_isMonitor;
     config::Config m_config;
     std::string m_sessionId;
-    dds_entity_t m_participant = 0;
+    std::unique_ptr<config::Participant> m_dds;  // the participant as the configuration says
+    dds_entity_t m_participant = 0;              // its handle
     base::PluginLoader m_plugins;
     std::unique_ptr<access::QosPatterns> m_qos;
     std::unique_ptr<access::Dispatcher> m_dispatcher;

@@ -1,6 +1,6 @@
 #pragma once
-// The toolkit's configuration: logging, topic naming, the first-write wait, plug-ins and the quality of
-// service per topic-name pattern. Read from the TOML file named by the environment variable KELVA_CONFIG;
+// The toolkit's configuration: logging, topic naming, the first-write wait, plug-ins, the quality of
+// service per topic-name pattern, the network the sessions use and DDS security. Read from the TOML file named by the environment variable KELVA_CONFIG;
 // without it, the documented defaults below apply. A malformed or unknown setting throws ConfigError naming
 // the file, the line and the setting; nothing is applied from a file with an error in it.
 #include <stdexcept>
@@ -41,6 +41,27 @@ struct Plugin {
     std::string path;
 };
 
+// The network of this process's sessions. Empty: the DDS layer's own configuration (CYCLONEDDS_URI).
+struct Network {
+    std::vector<std::string> ddsConfig;  // DDS configuration files, absolute paths, later ones override
+    std::string interface;               // the one network interface DDS uses: a name or an IPv4 address
+    std::vector<std::string> peers;      // unicast discovery addresses, beside multicast discovery
+
+    bool configured() const { return !ddsConfig.empty() || !interface.empty() || !peers.empty(); }
+};
+
+// DDS security (authentication, access control, encryption): every file, absolute paths. All or none.
+struct Security {
+    std::string identityCa;
+    std::string identityCertificate;
+    std::string privateKey;
+    std::string permissionsCa;
+    std::string governance;
+    std::string permissions;
+
+    bool enabled() const { return !identityCa.empty(); }
+};
+
 struct Config {
     utils::log::Level logLevel = utils::log::Level::warn;
     std::string logSink = "stderr";
@@ -52,6 +73,8 @@ struct Config {
     // Tried first to last; the first rule whose pattern matches a topic name wins. The defaults: state
     // reports reach late joiners, everything else is volatile; all reliable.
     std::vector<QosRule> qos = defaultQos();
+    Network network;
+    Security security;
 
     static std::vector<QosRule> defaultQos();
 

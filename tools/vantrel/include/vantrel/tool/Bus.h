@@ -1,5 +1,6 @@
 #pragma once
-// The tool's own view of a domain: one plain DDS participant, and per operation the topic, reader or
+// The tool's own view of a domain: one DDS participant (on the network and with the security that
+// KELVA_CONFIG names, as a library process), and per operation the topic, reader or
 // writer that a library peer would have (the toolkit's topic names and quality of service, read from the
 // same configuration: KELVA_CONFIG).
 #include <dds/dds.h>
@@ -10,6 +11,7 @@
 
 #include "kelva/access/QosPattern.h"
 #include "kelva/config/Config.h"
+#include "kelva/config/Participant.h"
 #include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
@@ -22,7 +24,7 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     int domain() const { return m_domain; }
-    dds_entity_t participant() const { return m_participant; }
+    dds_entity_t participant() const { return m_participant.handle(); }
     const kelva::config::Config& config() const { return m_config; }
 
     // The topic name the toolkit maps the operation's type name to.
@@ -42,7 +44,7 @@ private:
     int m_domain;
     kelva::config::Config m_config;
     kelva::access::QosPatterns m_patterns;
-    dds_entity_t m_participant;
+    kelva::config::Participant m_participant;
     std::map<const catalog::OperationInfo*, dds_entity_t> m_topics;
 };
 
