@@ -24,3 +24,7 @@ write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/vantrel-cyclone-co
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/vantrel-cyclone-config.cmake"
               "${CMAKE_CURRENT_BINARY_DIR}/vantrel-cyclone-config-version.cmake"
         DESTINATION ${config_dir})
+
+# The DDS configuration profiles (loopback, vehicle LAN), for the toolkit's [network] dds_config.
+file(GLOB dds_profiles CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/config/cyclonedds-*.xml")
+install(FILES ${dds_profiles} DESTINATION "${CMAKE_INSTALL_DATADIR}/vantrel-cyclone/config")
