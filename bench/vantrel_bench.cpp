@@ -10,11 +10,16 @@
 //               listeners (delivery on the DDS layer's receive thread)
 //   send        in-process cost of one call without a reader: time and heap allocations per call
 //   startup     the client and service of every module in one process; two processes matching
+//   record      the vantrel tool's recorder beside a plain ddsc subscriber of the same stream (small messages
+//               at full speed, 1 MB messages at 30 Hz): counts and CPU; each recording compared byte for
+//               byte with what was sent, replayed into a fresh domain, recorded again and compared
+//   rate        what "vantrel hz" and "vantrel bw" report against the rate and bytes the writer sent
 // "vantrel-bench profile <frame|raw> <small|large|large-all> <n>" runs one writer and one reader in one
 // process for a profiler such as callgrind.
-// Every part warms up, repeats, and reports the median with the spread [min..max] over repetitions. The
-// two-process parts run this binary again as their peer ("vantrel-bench peer <role> ..."); the peer talks
-// to the parent over its stdin/stdout and ends when its stdin closes.
+// Every part repeats (the frame/raw parts after a warm-up) and reports the median with the spread
+// [min..max] over repetitions. The two-process parts run this binary again as their peer ("vantrel-bench
+// peer <role> ..."); the peer talks to the parent over its stdin/stdout and ends when its stdin closes.
+// The tool parts run the vantrel executable of this build beside it.
 #include <dds/dds.h>
 #include <poll.h>
 #include <signal.h>
@@ -46,6 +51,8 @@
 #include "AllModules.h"
 #include "M_Alert.h"  // the idlc C types
 #include "M_SignalGenerator.h"
+#include "Table.h"
+#include "ToolParts.h"
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SessionImpl.h"
 #include "kelva/config/Config.h"
@@ -101,25 +108,12 @@ using kelva::actors::Session;
 
 double secondsSince(Clock::time_point t0) { return std::chrono::duration<double>(Clock::now() - t0).count(); }
 
-// ---- Statistics ----
-
-struct Summary {
-    double median = 0, lo = 0, hi = 0;
-};
-
-double quantile(std::vector<double> v, double q) {
-    if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
-    const double pos = q * static_cast<double>(v.size() - 1);
-    const auto i = static_cast<std::size_t>(pos);
-    const double frac = pos - static_cast<double>(i);
-    return i + 1 < v.size() ? v[i] * (1 - frac) + v[i + 1] * frac : v[i];
-}
-
-Summary summarize(const std::vector<double>& v) {
-    if (v.empty()) return {};
-    return {quantile(v, 0.5), *std::min_element(v.begin(), v.end()), *std::max_element(v.begin(), v.end())};
-}
+using vantrel::bench::fmt;
+using vantrel::bench::fmtSummary;
+using vantrel::bench::quantile;
+using vantrel::bench::row;
+using vantrel::bench::summarize;
+using vantrel::bench::verdict;
 
 // ---- Sessions and raw entities with the toolkit's default QoS ----
 
@@ -1123,23 +1117,6 @@ Startup startup(int domain, int reps) {
 
 // ---- The table ----
 
-std::string fmt(double v, int decimals = 0) {
-    char b[64];
-    std::snprintf(b, sizeof b, "%.*f", decimals, v);
-    return b;
-}
-std::string fmtSummary(const std::vector<double>& v, int decimals = 0) {
-    const Summary s = summarize(v);
-    return fmt(s.median, decimals) + " [" + fmt(s.lo, decimals) + ".." + fmt(s.hi, decimals) + "]";
-}
-
-void row(const std::string& what, const std::string& frame, const std::string& raw, const std::string& ratio,
-         const std::string& target) {
-    std::printf("| %-44s | %-28s | %-28s | %-18s | %-20s |\n", what.c_str(), frame.c_str(), raw.c_str(), ratio.c_str(),
-                target.c_str());
-    std::fflush(stdout);
-}
-
 // The ratio of each frame repetition to the raw one right after it: drift over the run cancels out.
 std::vector<double> ratiosOf(const std::vector<double>& frame, const std::vector<double>& raw) {
     std::vector<double> ratios;
@@ -1149,8 +1126,6 @@ std::vector<double> ratiosOf(const std::vector<double>& frame, const std::vector
 std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw) {
     return fmtSummary(ratiosOf(frame, raw), 2);
 }
-
-std::string verdict(bool met) { return met ? "met" : "MISSED"; }
 
 std::string machine() {
     std::ifstream cpuinfo("/proc/cpuinfo");
@@ -1200,6 +1175,8 @@ int runParts(const std::vector<std::string>& parts) {
     if (want("latency")) latencyRows(base);
     if (want("send")) sendRows(base, reps);
     if (want("startup")) startupRows(base);
+    if (want("record")) vantrel::bench::recordRows();
+    if (want("rate")) vantrel::bench::rateRows();
     std::printf("\nload at end: %s\n", machine().c_str());
     return 0;
 }
@@ -1261,6 +1238,7 @@ int runPeer(int argc, char** argv) {
     if (role == "pong" && argc == 5) return peerPong(argv[3], std::atoi(argv[4]));
     if (role == "startup" && argc == 4) return peerStartup(std::atoi(argv[3]));
     if (role == "services" && argc == 4) return peerServices(std::atoi(argv[3]));
+    if (role == "subscriber") return vantrel::bench::runToolPeer(argc, argv);
     std::fprintf(stderr, "vantrel-bench: unknown peer role\n");
     return 2;
 }
@@ -1274,12 +1252,13 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::string(argv[1]) == "peer") return runPeer(argc, argv);
         if (argc == 5 && std::string(argv[1]) == "profile") return profile(argv[2], argv[3], std::atoi(argv[4]));
         const std::vector<std::string> parts(argv + 1, argv + argc);
-        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup"};
+        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup", "record", "rate"};
         if (std::all_of(parts.begin(), parts.end(), [&](const std::string& p) { return std::find(known.begin(), known.end(), p) != known.end(); }))
             return runParts(parts);
         {
             std::fprintf(stderr,
-                         "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup]   (no part: all; prints the table)\n"
+                         "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup] [record] [rate]\n"
+                         "       (no part: all; prints the table)\n"
                          "       vantrel-bench profile <frame|raw> <small|large|large-all> <n>   (one process, for a profiler)\n");
             return 2;
         }

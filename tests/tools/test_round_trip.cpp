@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <random>
 
 namespace vantrel::mcap {
 namespace {
@@ -159,6 +160,38 @@ TEST(RoundTripEdges, LargeMessagesAndZeroTimesSurvive) {
     Reader reader(dir.file("l.mcap"));
     EXPECT_EQ(readAll(reader), messages);
     EXPECT_EQ(reader.statistics().messageEndTime, UINT64_MAX);
+}
+
+// Noise does not compress: such chunks are stored as they are, and the writer stops trying for a while
+// (every 16th chunk tries again); text around them still compresses. Everything reads back.
+TEST_P(RoundTrip, ChunksThatDoNotCompressAreStoredAsTheyAre) {
+    if (GetParam() == Compression::None) GTEST_SKIP() << "nothing to compress";
+    TempDir dir;
+    std::mt19937_64 random(7);
+    std::vector<Recorded> messages;
+    for (uint32_t i = 0; i < 40; ++i) {
+        std::string noise(64 * 1024, '\0');
+        for (char& c : noise) c = static_cast<char>(random());
+        messages.push_back({"noise", i, 10 + 2 * uint64_t(i), 0, noise});
+    }
+    // After the noise: text, which compresses once the writer tries again.
+    for (uint32_t i = 0; i < 40; ++i) messages.push_back({"text", i, 100 + uint64_t(i), 0, std::string(64 * 1024, 'a' + i % 26)});
+    record(dir.file("n.mcap"), messages, WriterOptions{GetParam(), 64 * 1024});
+    Reader reader(dir.file("n.mcap"));
+    EXPECT_EQ(readAll(reader), messages);
+    std::size_t stored = 0, compressed = 0;
+    for (const ChunkIndex& ci : reader.chunkIndexes()) {
+        if (ci.compression.empty()) {
+            ++stored;
+            EXPECT_EQ(ci.compressedSize, ci.uncompressedSize);
+        } else {
+            ++compressed;
+            EXPECT_EQ(ci.compression, compressionName(GetParam()));
+            EXPECT_LT(ci.compressedSize, ci.uncompressedSize / 2);
+        }
+    }
+    EXPECT_GE(stored, 40U);       // every noise chunk
+    EXPECT_GE(compressed, 20U);   // most text chunks
 }
 
 TEST(WriterMisuse, RefusesUnknownIdsAndUseAfterClose) {

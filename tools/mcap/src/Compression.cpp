@@ -129,11 +129,24 @@ Compressor::~Compressor() {
     ZSTD_freeCCtx(static_cast<ZSTD_CCtx*>(zstd_));
 }
 
+Compressor::Packed Compressor::pack(const uint8_t* data, std::size_t size) {
+    if (compression_ == Compression::None) return {data, size, ""};
+    if (skip_ > 0) {
+        --skip_;
+        return {data, size, ""};
+    }
+    const std::vector<uint8_t>& out = compress(data, size);
+    if (out.size() >= size - size / 10) {
+        skip_ = kRetryEvery - 1;
+        return {data, size, ""};
+    }
+    return {out.data(), out.size(), compressionName(compression_)};
+}
+
 const std::vector<uint8_t>& Compressor::compress(const uint8_t* data, std::size_t size) {
     switch (compression_) {
     case Compression::None:
-        out_.assign(data, data + size);
-        break;
+        break;  // pack() stores such chunks as they are
     case Compression::Zstd: {
         out_.resize(ZSTD_compressBound(size));
         const std::size_t n = ZSTD_compress2(static_cast<ZSTD_CCtx*>(zstd_), out_.data(), out_.size(), data, size);

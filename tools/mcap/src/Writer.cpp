@@ -58,21 +58,21 @@ struct Writer::Impl {
         record.messageEndTime = chunkHasMessages ? chunkEnd : 0;
         record.uncompressedSize = chunk.size();
         record.uncompressedCrc = detail::crc32(0, chunk.data(), chunk.size());
-        record.compression = compressionName(options.compression);
-        const std::vector<uint8_t>& compressed = compressor.compress(chunk.data(), chunk.size());
+        const detail::Compressor::Packed packed = compressor.pack(chunk.data(), chunk.size());
+        record.compression = packed.compression;
 
         ChunkIndex index;
         index.messageStartTime = record.messageStartTime;
         index.messageEndTime = record.messageEndTime;
         index.chunkStartOffset = file.position();
         index.compression = record.compression;
-        index.compressedSize = compressed.size();
+        index.compressedSize = packed.size;
         index.uncompressedSize = record.uncompressedSize;
 
         ByteBuffer prefix;
-        detail::encodeChunkPrefix(prefix, record, compressed.size());
+        detail::encodeChunkPrefix(prefix, record, packed.size);
         writeBuffer(prefix);
-        file.write(compressed.data(), compressed.size());
+        file.write(packed.data, packed.size);
         index.chunkLength = file.position() - index.chunkStartOffset;
 
         // One message index per channel with messages in the chunk, in channel order.
