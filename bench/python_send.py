@@ -83,6 +83,7 @@ def send(domain, messages, batches):
     print(f"python send CmdRaiseAlarm, {batches} x {messages} messages, Python receiver in another process")
     print(f"  throughput (msg/s, first send to last message received): {summary(rates)}")
     print(f"  send calls (msg/s, the sending loop alone):              {summary(send_rates)}")
+    print("batches (msg/s): " + " ".join(f"{r:.0f}" for r in rates), flush=True)
 
 
 def domain_of_run():

@@ -10,6 +10,10 @@
 //               listeners (delivery on the DDS layer's receive thread)
 //   send        in-process cost of one call without a reader: time and heap allocations per call
 //   startup     the client and service of every module in one process; two processes matching
+//   secure      throughput and round trip of the frame with DDS security (authentication, access control,
+//               encryption; key material made by "vantrel security setup") against the same without it
+//   python      the Python binding's send of the small command (bench/python_send.py) against the frame's
+//               throughput in C++
 //   record      the vantrel tool's recorder beside a plain ddsc subscriber of the same stream (small messages
 //               at full speed, 1 MB messages at 30 Hz): counts and CPU; each recording compared byte for
 //               byte with what was sent, replayed into a fresh domain, recorded again and compared
@@ -36,6 +40,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -49,6 +54,7 @@
 #include <vector>
 
 #include "AllModules.h"
+#include "Child.h"
 #include "M_Alert.h"  // the idlc C types
 #include "M_SignalGenerator.h"
 #include "Table.h"
@@ -127,6 +133,10 @@ std::shared_ptr<Session> makeSession(int domain, int firstWriteTimeoutMs = 2000)
     if (g_keepAllReports) config.qos.insert(config.qos.begin(), kelva::config::QosRule{"*_IClient_Report*"});
     config.logLevel = kelva::utils::log::Level::error;
     config.firstWriteTimeoutMs = firstWriteTimeoutMs;
+    // The secured rows: every session of the run, this process's and its peers', with the security files of
+    // the configuration that VANTREL_BENCH_SECURITY names (inherited by the peers).
+    if (const char* secured = std::getenv("VANTREL_BENCH_SECURITY"))
+        config.security = kelva::config::Config::fromFile(secured).security;
     return std::make_shared<Session>(domain, config);
 }
 
@@ -1142,6 +1152,8 @@ std::string machine() {
 }
 
 void roundTripRows(int base);
+void secureRows(int base);
+void pythonRows(int base);
 void latencyRows(int base);
 void sendRows(int base, int reps);
 void startupRows(int base);
@@ -1175,6 +1187,8 @@ int runParts(const std::vector<std::string>& parts) {
     if (want("latency")) latencyRows(base);
     if (want("send")) sendRows(base, reps);
     if (want("startup")) startupRows(base);
+    if (want("secure")) secureRows(base);
+    if (want("python")) pythonRows(base);
     if (want("record")) vantrel::bench::recordRows();
     if (want("rate")) vantrel::bench::rateRows();
     std::printf("\nload at end: %s\n", machine().c_str());
@@ -1201,6 +1215,70 @@ void roundTripRows(int base) {
     row("2 round trip median (us)", fmtSummary(rt.frameMedians, 1), fmtSummary(rt.rawMedians, 1),
         pairRatios(rt.frameMedians, rt.rawMedians), "<= 1.15 " + verdict(ratio <= 1.15));
     row("2 round trip p99 (us)", fmtSummary(rt.frameP99s, 1), fmtSummary(rt.rawP99s, 1), pairRatios(rt.frameP99s, rt.rawP99s), "-");
+}
+
+// Frame against frame: DDS security on (authentication, access control, every topic encrypted) and off,
+// alternating, each repetition with fresh processes. The key material is made by the tool, one identity
+// for both ends, granted both sides of M_Alert.
+void secureRows(int base) {
+    const std::string keys = "/tmp/vantrel-bench-keys-" + std::to_string(getpid());
+    {
+        vantrel::bench::Child setup({VANTREL_BENCH_TOOL, "security", "setup", keys, "--app", "bench:M_Alert=service,M_Alert=client"});
+        if (setup.finish(60).exitCode != 0) throw std::runtime_error("vantrel security setup failed:\n" + setup.output());
+    }
+    const std::string config = keys + "/bench.toml";
+    auto securedIf = [&](bool secured) {
+        if (secured) setenv("VANTREL_BENCH_SECURITY", config.c_str(), 1);
+        else unsetenv("VANTREL_BENCH_SECURITY");
+    };
+    std::vector<double> tp[2], rt[2], rt99[2];  // [0] unsecured, [1] secured
+    for (int rep = 0; rep < 7; ++rep) {
+        for (int secured = 0; secured < 2; ++secured) {
+            securedIf(secured);
+            ThroughputSide side("frame", "small", base + 14 + secured);
+            side.batch(4000);
+            tp[secured].push_back(side.batch(20000));
+        }
+    }
+    for (int rep = 0; rep < 5; ++rep) {
+        for (int secured = 0; secured < 2; ++secured) {
+            securedIf(secured);
+            RoundTripSide side("frame", base + 14 + secured, 500);
+            const auto latencies = side.run(2000);
+            rt[secured].push_back(quantile(latencies, 0.5));
+            rt99[secured].push_back(quantile(latencies, 0.99));
+        }
+    }
+    securedIf(false);
+    std::filesystem::remove_all(keys);
+    row("secured part", "secured", "unsecured", "secured/unsecured", "target");
+    row("8 secured throughput CmdRaiseAlarm (msg/s)", fmtSummary(tp[1]), fmtSummary(tp[0]), pairRatios(tp[1], tp[0]), "-");
+    row("8 secured round trip median (us)", fmtSummary(rt[1], 1), fmtSummary(rt[0], 1), pairRatios(rt[1], rt[0]), "-");
+    row("8 secured round trip p99 (us)", fmtSummary(rt99[1], 1), fmtSummary(rt99[0], 1), pairRatios(rt99[1], rt99[0]), "-");
+}
+
+// The Python binding's send path: bench/python_send.py (a Python client sending CmdRaiseAlarm to a Python
+// service in another process, timed as part 1 times its batches) against the frame's part 1 in C++, in
+// the same run, repetitions interleaved.
+void pythonRows(int base) {
+    std::vector<double> cpp, python;
+    for (int rep = 0; rep < 3; ++rep) {
+        for (int i = 0; i < 2; ++i) {
+            ThroughputSide side("frame", "small", base + 16);
+            side.batch(4000);
+            cpp.push_back(side.batch(20000));
+        }
+        setenv("PYTHONPATH", VANTREL_BENCH_PYTHONPATH, 1);
+        setenv("KELVA_TEST_DOMAIN", std::to_string(base + 17).c_str(), 1);
+        vantrel::bench::Child script({VANTREL_BENCH_PYTHON, VANTREL_BENCH_PYTHON_SEND, "20000", "2"});
+        std::istringstream rates(script.waitFor("batches (msg/s):", 300).substr(16));
+        for (double r; rates >> r;) python.push_back(r);
+        if (script.finish(30).exitCode != 0) throw std::runtime_error("python_send.py failed:\n" + script.output());
+        unsetenv("KELVA_TEST_DOMAIN");
+    }
+    const double ratio = summarize(python).median / summarize(cpp).median;
+    row("python part", "Python", "C++ frame", "Python/C++", "target");
+    row("9 send CmdRaiseAlarm, Python (msg/s)", fmtSummary(python), fmtSummary(cpp), fmt(ratio, 2), ">= 0.33 " + verdict(ratio >= 1.0 / 3));
 }
 
 void sendRows(int base, int reps) {
@@ -1252,12 +1330,12 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::string(argv[1]) == "peer") return runPeer(argc, argv);
         if (argc == 5 && std::string(argv[1]) == "profile") return profile(argv[2], argv[3], std::atoi(argv[4]));
         const std::vector<std::string> parts(argv + 1, argv + argc);
-        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup", "record", "rate"};
+        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup", "secure", "python", "record", "rate"};
         if (std::all_of(parts.begin(), parts.end(), [&](const std::string& p) { return std::find(known.begin(), known.end(), p) != known.end(); }))
             return runParts(parts);
         {
             std::fprintf(stderr,
-                         "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup] [record] [rate]\n"
+                         "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup] [secure] [python] [record] [rate]\n"
                          "       (no part: all; prints the table)\n"
                          "       vantrel-bench profile <frame|raw> <small|large|large-all> <n>   (one process, for a profiler)\n");
             return 2;
