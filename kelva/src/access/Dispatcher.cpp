@@ -1,5 +1,7 @@
 #include "kelva/access/Dispatcher.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <stdexcept>
 #include <string>
@@ -103,6 +105,10 @@ void Dispatcher::loop() {
                 (*handler)();
             } catch (const std::exception& e) {
                 utils::log::error() << "Dispatcher: handler threw: " << e.what();
+            } catch (abi::__forced_unwind&) {
+                // The thread is being ended (pthread_exit or cancellation, as an embedding interpreter does
+                // at its exit to a thread that asks for its lock): the unwinding must go on, or it aborts.
+                throw;
             } catch (...) {
                 utils::log::error() << "Dispatcher: handler threw an unknown exception";
             }
