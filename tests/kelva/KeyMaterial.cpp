@@ -66,7 +66,7 @@ void extension(X509* cert, X509* issuer, int nid, const char* value) {
     X509_EXTENSION_free(ext);
 }
 
-KeyPair issue(const std::string& commonName, EVP_PKEY* key, X509* issuer, EVP_PKEY* issuerKey, long fromHours,
+KeyPair certify(const std::string& commonName, EVP_PKEY* key, X509* issuer, EVP_PKEY* issuerKey, long fromHours,
               long toHours, bool isCa) {
     static long serial = 1;
     Cert cert(X509_new());
@@ -91,14 +91,14 @@ KeyPair issue(const std::string& commonName, EVP_PKEY* key, X509* issuer, EVP_PK
 
 KeyPair makeCa(const std::string& commonName, int days) {
     Key key = newKey();
-    return issue(commonName, key.get(), nullptr, key.get(), -1, 24L * days, true);
+    return certify(commonName, key.get(), nullptr, key.get(), -1, 24L * days, true);
 }
 
 KeyPair makeIdentity(const std::string& commonName, const KeyPair& ca, long fromHours, long toHours) {
     Key key = newKey();
     Cert caCert = readCert(ca.certificate);
     Key caKey = readKey(ca.privateKey);
-    return issue(commonName, key.get(), caCert.get(), caKey.get(), fromHours, toHours, false);
+    return certify(commonName, key.get(), caCert.get(), caKey.get(), fromHours, toHours, false);
 }
 
 std::string signDocument(const std::string& document, const KeyPair& ca) {

@@ -1,6 +1,7 @@
 // The checks of a [security] section's files before any participant uses them: the DDS layer refuses bad
 // material too, but only with a retcode and a line in its own log; here the error names the file.
 #include <openssl/bio.h>
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs7.h>
@@ -118,6 +119,9 @@ void permissionsCurrent(const std::string& file, const std::string& xml) {
 }  // namespace
 
 void checkSecurityFiles(const Security& s) {
+    // libcrypto must not clean up at exit before the sessions that outlive main() (the session factory's)
+    // have stopped the DDS layer's threads, which still encrypt with it: no exit handler of its own.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     Cert identityCa = certificate(s.identityCa);
     Cert identity = certificate(s.identityCertificate);
     signedBy(identity.get(), s.identityCertificate, identityCa.get(), s.identityCa);

@@ -3,6 +3,7 @@
 
 #include <iostream>
 
+#include "SecurityCommand.h"
 #include "kelva/config/Config.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/Verbs.h"
@@ -90,6 +91,8 @@ int main(int argc, char** argv) {
     info->add_option("FILE", infoO.file, "MCAP file")->required();
     info->add_flag("--json", infoO.json, "one JSON document");
 
+    SecurityCommand security(app);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -109,6 +112,7 @@ int main(int argc, char** argv) {
         if (*record) { recordO.domain = domain; return vantrel::tool::record(recordO); }
         if (*replay) { replayO.domain = domain; return vantrel::tool::replay(replayO); }
         if (*info) return vantrel::tool::info(infoO);
+        if (security.chosen()) return security.run();
     } catch (const InputError& e) {
         std::cerr << "vantrel: " << e.what() << "\n";
         return 2;
