@@ -3,10 +3,12 @@ the same condition), from a Python client to a Python service in another process
 
     CYCLONEDDS_URI=file://$PWD/config/cyclonedds-loopback.xml PYTHONPATH=build/python \\
         build/tests/support/vantrel-with-domain python3 bench/python_send.py [messages per batch] [batches]
+    ... python3 bench/python_send.py --send-path [calls per repetition] [repetitions]
 
 As the throughput measurement of the C++ benchmark: each batch is timed from its first send until the receiving process
 reported the batch's last message (a marker carrying the batch number); every message must arrive; one
-warm-up batch, then the median and the spread [min..max] over the batches. The domain comes from
+warm-up batch, then the median and the spread [min..max] over the batches. With --send-path: the cost of
+a call with no reader on the domain, as the C++ benchmark's part 3. The domain comes from
 KELVA_TEST_DOMAIN (vantrel-with-domain), else it is 100; without CYCLONEDDS_URI the repository's loopback
 configuration is used.
 """
@@ -86,6 +88,22 @@ def send(domain, messages, batches):
     print("batches (msg/s): " + " ".join(f"{r:.0f}" for r in rates), flush=True)
 
 
+def send_path(domain, messages, repetitions):
+    """The send path alone, as the C++ benchmark's part 3: a write-only client with no reader on the domain,
+    nanoseconds per call over each repetition of `messages` calls, after one warm-up repetition (which also
+    takes the first send's bounded wait for a reader)."""
+    with M_Alert.Client.createWriteOnly(vantrel.Session(domain), "bench-send") as client:
+        value = small_condition()
+        costs = []
+        for repetition in range(repetitions + 1):
+            started = time.perf_counter()
+            for _ in range(messages):
+                client.CmdRaiseAlarm(value)
+            if repetition:
+                costs.append((time.perf_counter() - started) * 1e9 / messages)
+    print("calls (ns/call): " + " ".join(f"{c:.0f}" for c in costs), flush=True)
+
+
 def domain_of_run():
     domain = os.environ.get("KELVA_TEST_DOMAIN")
     return int(domain) if domain else 100
@@ -94,6 +112,9 @@ def domain_of_run():
 if __name__ == "__main__":
     if len(sys.argv) > 2 and sys.argv[1] == "--receive":
         receive(int(sys.argv[2]))
+    elif len(sys.argv) > 1 and sys.argv[1] == "--send-path":
+        send_path(domain_of_run(), int(sys.argv[2]) if len(sys.argv) > 2 else 20000,
+                  int(sys.argv[3]) if len(sys.argv) > 3 else 7)
     else:
         send(domain_of_run(), int(sys.argv[1]) if len(sys.argv) > 1 else 20000,
              int(sys.argv[2]) if len(sys.argv) > 2 else 7)
