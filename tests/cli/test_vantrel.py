@@ -3,6 +3,7 @@ loopback, recordings checked by an independent reader, and bad input refused wit
 
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -138,7 +139,9 @@ def test_call_reaches_the_service_and_echo_shows_state_and_disposals(service):
     # Disposal: clearing the alarm disposes its log.
     watcher = Lines([TOOL, "echo", "--domain", DOMAIN, "--keys", "M_Alert.IClient.ReportAlarmLog"])
     assert wait_for(lambda: watcher.matching("ReportAlarmLog"))  # the current state first
-    tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True)
+    sent = tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True).stdout
+    # What is printed is what went out: the tool's own actor is the sender.
+    assert re.match(r"sent M_Alert\.IService\.CmdClearAlarm \[kelva_sending_actor: [^,\s]+, AlarmIdList: ", sent), sent
     assert wait_for(lambda: watcher.matching("DISPOSED"))
     watcher.stop()
     disposed = watcher.matching("DISPOSED")[0]

@@ -38,6 +38,7 @@ int call(const CallOptions& o) {
     request.session = kelva::actors::SessionFactory::instance().getSession(o.domain);
     request.name = o.name;
     auto facade = catalog::createFacade(module, request);
+    message.setSendingActor(facade->actorInfo().actorId);
     std::this_thread::sleep_for(std::chrono::duration<double>(o.settle));
 
     const auto period = o.rate > 0 ? std::chrono::duration<double>(1.0 / o.rate) : std::chrono::duration<double>(0);

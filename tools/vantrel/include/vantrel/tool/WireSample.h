@@ -3,6 +3,9 @@
 // buffers included), zeroed when made.
 #include <dds/dds.h>
 
+#include <cstring>
+#include <string>
+
 #include "vantrel/catalog/Catalog.h"
 
 namespace vantrel::tool {
@@ -18,6 +21,19 @@ public:
     void* data() { return m_data; }
     const void* data() const { return m_data; }
     const catalog::OperationInfo& operation() const { return m_op; }
+
+    // Names the sender in kelva_sending_actor, as the facade will on the wire, so that what is printed
+    // of the message is what is sent.
+    void setSendingActor(const std::string& actorId) {
+        for (uint32_t i = 0; i < m_op.message->count; ++i) {
+            const auto& member = m_op.message->members[i];
+            if (std::strcmp(member.name, "kelva_sending_actor") != 0 || member.type.kind != catalog::Kind::String)
+                continue;
+            char** slot = reinterpret_cast<char**>(static_cast<char*>(m_data) + member.offset);
+            dds_free(*slot);
+            *slot = dds_string_dup(actorId.c_str());
+        }
+    }
 
 private:
     const catalog::OperationInfo& m_op;
