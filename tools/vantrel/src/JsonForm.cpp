@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "vantrel/tool/Errors.h"
+#include "vantrel/tool/WireSample.h"
 
 namespace vantrel::tool {
 
@@ -17,8 +18,6 @@ using catalog::TypeInfo;
 using nlohmann::json;
 
 namespace {
-
-constexpr const char* kActor = "kelva_sending_actor";
 
 struct Sequence {  // the layout of every idlc sequence
     uint32_t maximum;
@@ -174,7 +173,7 @@ json toJson(const StructInfo& type, const void* data, bool withActor) {
     json out = json::object();
     for (uint32_t i = 0; i < type.count; ++i) {
         const MemberInfo& m = type.members[i];
-        if (!withActor && std::strcmp(m.name, kActor) == 0) continue;
+        if (!withActor && std::strcmp(m.name, kSendingActorMember) == 0) continue;
         out[m.name] = valueToJson(m.type, static_cast<const char*>(data) + m.offset);
     }
     return out;
@@ -194,12 +193,12 @@ void fromJson(const json& value, const StructInfo& type, void* data, const std::
     for (const auto& [name, member] : value.items()) {
         const MemberInfo* found = nullptr;
         for (uint32_t i = 0; i < type.count && !found; ++i)
-            if (name == type.members[i].name && name != kActor) found = &type.members[i];
+            if (name == type.members[i].name && name != kSendingActorMember) found = &type.members[i];
         const std::string where = path.empty() ? name : path + "." + name;
         if (!found) {
             std::string known;
             for (uint32_t i = 0; i < type.count; ++i)
-                if (std::strcmp(type.members[i].name, kActor) != 0)
+                if (std::strcmp(type.members[i].name, kSendingActorMember) != 0)
                     known += (known.empty() ? "" : ", ") + std::string(type.members[i].name);
             throw InputError(where + ": no such member in " + type.module + "::" + type.name + " (members: " +
                              (known.empty() ? "none" : known) + ")");

@@ -10,6 +10,9 @@
 
 namespace vantrel::tool {
 
+// The member of every message that names its sending actor; the facade fills it, JSON never does.
+inline constexpr const char* kSendingActorMember = "kelva_sending_actor";
+
 class WireSample {
 public:
     explicit WireSample(const catalog::OperationInfo& op)
@@ -27,7 +30,7 @@ public:
     void setSendingActor(const std::string& actorId) {
         for (uint32_t i = 0; i < m_op.message->count; ++i) {
             const auto& member = m_op.message->members[i];
-            if (std::strcmp(member.name, "kelva_sending_actor") != 0 || member.type.kind != catalog::Kind::String)
+            if (std::strcmp(member.name, kSendingActorMember) != 0 || member.type.kind != catalog::Kind::String)
                 continue;
             char** slot = reinterpret_cast<char**>(static_cast<char*>(m_data) + member.offset);
             dds_free(*slot);
