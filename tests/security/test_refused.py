@@ -1,5 +1,6 @@
-"""Bad key material or policy stops an application before it takes part: expired, tampered (one byte) and
-missing files are refused with an error naming the file, and the program never starts."""
+"""Bad key material or policy stops an application before it takes part: expired, not yet valid, tampered
+(one byte), mismatched and missing files are refused with an error naming the file, the program never
+starts, and `vantrel security check` refuses the same."""
 
 import os
 import shutil
@@ -31,6 +32,18 @@ def expired_permissions(d):
     return d / "display.permissions.p7s", "expired"
 
 
+def permissions_not_yet_valid(d):
+    done = tool("security", "permissions", "display", "--ca", d, "-o", d / "display.permissions.p7s", "--grant",
+                "M_Mount=client", "--not-before", "2100-01-01", "--force")
+    assert done.returncode == 0, done.stderr
+    return d / "display.permissions.p7s", "permissions not valid before 2100-01-01T00:00:00Z"
+
+
+def permissions_of_another_application(d):
+    shutil.copy(d / "mount-service.permissions.p7s", d / "display.permissions.p7s")
+    return d / "display.permissions.p7s", "grants 'CN=mount-service', not the identity CN=display"
+
+
 def tampered_permissions(d):
     flip(d / "display.permissions.p7s", "M_Mount_IService_CmdMode")  # a granted topic renamed
     return d / "display.permissions.p7s", "signature"
@@ -58,7 +71,7 @@ def permissions_of_a_foreign_ca(d):
     done = tool("security", "permissions", "display", "--ca", foreign_ca(d), "-o", d / "display.permissions.p7s",
                 "--grant", "M_Mount=client", "--force")
     assert done.returncode == 0, done.stderr
-    return d / "display.permissions.p7s", "signature"
+    return d / "display.permissions.p7s", "signed by another CA than the permissions CA"
 
 
 def identity_of_a_foreign_ca(d):
@@ -80,7 +93,8 @@ def missing(name):
     return remove
 
 
-CASES = [expired_identity, expired_permissions, tampered_permissions, tampered_governance, tampered_certificate,
+CASES = [expired_identity, expired_permissions, permissions_not_yet_valid, permissions_of_another_application,
+         tampered_permissions, tampered_governance, tampered_certificate,
          permissions_of_a_foreign_ca, identity_of_a_foreign_ca, foreign_key, missing("display.key"), missing("governance.p7s"), missing("display.permissions.p7s"), missing("ca.pem")]
 
 

@@ -31,13 +31,9 @@ private:
 // interface and the peers. Empty for an unconfigured network.
 std::string domainConfigText(const Network& network);
 
-// Checks every file of a [security] section: readable, certificates valid now and signed by their CA, the
-// private key that of the identity certificate, governance and permissions signed by the permissions CA,
-// permissions not expired. Throws ConfigError beginning with the offending file's path.
-void checkSecurityFiles(const Security& security);
-
 // The participant QoS that turns on authentication, access control and encryption with the DDS layer's
-// plug-ins and the given files (checked first). The caller deletes it.
+// plug-ins and the given files, checked first by kelva::security::checkFiles (ConfigError naming the file).
+// The caller deletes it.
 dds_qos_t* securityQos(const Security& security);
 
 }  // namespace kelva::config

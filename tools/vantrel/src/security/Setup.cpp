@@ -5,14 +5,17 @@
 #include <iostream>
 #include <set>
 
-#include "Documents.h"
-#include "Signing.h"
+#include "Files.h"
+#include "Grants.h"
+#include "Options.h"
+#include "kelva/security/SignedDocument.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/Security.h"
 
 namespace vantrel::tool {
 
 using namespace security;
+namespace ks = kelva::security;
 
 namespace {
 
@@ -52,7 +55,7 @@ std::string tomlOf(const App& app, const std::string& note) {
            "permissions = \"" + app.name + ".permissions.p7s\"\n";
 }
 
-Authority authorityIn(const std::string& dir, const Period& period) {
+ks::Authority authorityIn(const std::string& dir, const ks::Validity& period) {
     const bool hasCert = std::filesystem::exists(caCertificatePath(dir));
     const bool hasKey = std::filesystem::exists(caKeyPath(dir));
     if (hasCert && hasKey) {
@@ -64,13 +67,12 @@ Authority authorityIn(const std::string& dir, const Period& period) {
                          (hasCert ? caCertificatePath(dir) : caKeyPath(dir)));
     // The CA outlives what it signs and covers the start of a validity given in the past.
     const std::time_t now = std::time(nullptr);
-    const Period caPeriod{std::min(now, period.notBefore), std::max(period.notAfter, now + kCaDays * 86400)};
-    KeyPtr key = generateKey();
-    CertPtr cert = makeCaCertificate(key.get(), "vantrel CA", caPeriod);
-    writeFile(caKeyPath(dir), keyPem(key.get()), false, true);
-    writeFile(caCertificatePath(dir), certificatePem(cert.get()), false);
+    const ks::Validity caPeriod{std::min(now, period.notBefore), std::max(period.notAfter, now + kCaDays * 86400)};
+    ks::Authority ca = ks::Authority::make("vantrel CA", caPeriod);
+    writeFile(caKeyPath(dir), ca.key.pem(), false, true);
+    writeFile(caCertificatePath(dir), ca.certificate.pem(), false);
     std::cout << "CA: " << caCertificatePath(dir) << " (new)\n";
-    return Authority{std::move(cert), std::move(key), caCertificatePath(dir)};
+    return ca;
 }
 
 }  // namespace
@@ -84,29 +86,32 @@ int securitySetup(const SecuritySetupOptions& o) {
         if (!names.insert(apps.back().name).second) throw InputError("--app '" + text + "': the name is given twice");
     }
     const auto domains = parseDomains(o.domains);
-    const Period period = periodOf(o.validity);
-    const std::string governance = governanceXml(domains, o.rtpsProtection);
+    const ks::Validity period = periodOf(o.validity);
+    requireProtectionKind(o.rtpsProtection);
+    const std::string governance = ks::governanceXml(domains, o.rtpsProtection);
     const auto config = kelva::config::Config::fromEnvironment();
 
     makeDirectory(o.directory);
     const std::string dir = o.directory;
-    const Authority ca = authorityIn(dir, period);
-    writeFile(dir + "/governance.p7s", signDocument(governance, ca), true);
+    const ks::Authority ca = authorityIn(dir, period);
+    writeFile(dir + "/governance.p7s", ks::signDocument(governance, ca), true);
     std::cout << "governance: " << dir << "/governance.p7s\n";
 
     for (const auto& app : apps) {
         std::string note = app.name;
         for (const auto& g : app.grants) note += " " + grantText(g);
-        KeyPtr key = generateKey();
-        CertPtr cert = makeIdentityCertificate(key.get(), app.name, ca, period);
-        const TopicAccess topics = topicAccess(app.grants, config);
-        const std::string permissions = permissionsXml(subjectName(cert.get()), period, domains, topics, note);
-        writeFile(dir + "/" + app.name + ".key", keyPem(key.get()), true, true);
-        writeFile(dir + "/" + app.name + ".pem", certificatePem(cert.get()), true);
-        writeFile(dir + "/" + app.name + ".permissions.p7s", signDocument(permissions, ca), true);
+        const ks::PrivateKey key = ks::PrivateKey::generate();
+        const ks::Certificate cert = ks::makeIdentityCertificate(key, app.name, ca, period);
+        TopicAccess topics = topicAccess(app.grants, config);
+        const std::size_t published = topics.publish.size(), subscribed = topics.subscribe.size();
+        const std::string permissions = ks::permissionsXml(
+            {cert.subject(), period, domains, std::move(topics.publish), std::move(topics.subscribe)}, note);
+        writeFile(dir + "/" + app.name + ".key", key.pem(), true, true);
+        writeFile(dir + "/" + app.name + ".pem", cert.pem(), true);
+        writeFile(dir + "/" + app.name + ".permissions.p7s", ks::signDocument(permissions, ca), true);
         writeFile(dir + "/" + app.name + ".toml", tomlOf(app, "vantrel security setup: " + note), true);
-        std::cout << app.name << ": " << dir << "/" << app.name << ".toml (" << topics.publish.size()
-                  << " topics to publish, " << topics.subscribe.size() << " to subscribe)\n";
+        std::cout << app.name << ": " << dir << "/" << app.name << ".toml (" << published << " topics to publish, "
+                  << subscribed << " to subscribe)\n";
     }
     return 0;
 }

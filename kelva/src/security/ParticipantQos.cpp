@@ -1,6 +1,9 @@
+// The participant QoS of a [security] section: the DDS layer's three security plug-ins and the section's
+// files, once the files pass the check.
 #include <string>
 
 #include "kelva/config/Participant.h"
+#include "kelva/security/Check.h"
 
 #ifndef KELVA_DDS_SECURITY_PLUGIN_DIR
 #error "KELVA_DDS_SECURITY_PLUGIN_DIR: the folder of the DDS layer's security plug-ins (set by the build)"
@@ -9,7 +12,7 @@
 namespace kelva::config {
 
 dds_qos_t* securityQos(const Security& s) {
-    checkSecurityFiles(s);
+    kelva::security::checkFiles(s);
     dds_qos_t* qos = dds_create_qos();
     const std::string dir = KELVA_DDS_SECURITY_PLUGIN_DIR;
     // The three standard plug-ins of the DDS layer, by path: they are not on the loader's search path.

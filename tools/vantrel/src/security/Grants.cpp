@@ -1,7 +1,5 @@
-#include <sstream>
+#include "Grants.h"
 
-#include "Documents.h"
-#include "XmlText.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
 
@@ -30,6 +28,13 @@ Grant parseGrant(const std::string& text, const std::string& origin) {
     throw InputError(where + ": unknown side '" + side + "' (give service or client)");
 }
 
+std::vector<Grant> parseGrants(const std::vector<std::string>& texts) {
+    if (texts.empty()) throw InputError("give at least one --grant MODULE=service|client");
+    std::vector<Grant> grants;
+    for (const auto& text : texts) grants.push_back(parseGrant(text));
+    return grants;
+}
+
 std::string grantText(const Grant& grant) {
     return std::string(grant.module->name) + (grant.side == catalog::Role::Service ? "=service" : "=client");
 }
@@ -48,47 +53,6 @@ TopicAccess topicAccess(const std::vector<Grant>& grants, const kelva::config::C
         }
     }
     return access;
-}
-
-namespace {
-
-// The topics, in any partition: the grant is about topics (the toolkit uses the default partition; the tool
-// matches a local reader and writer in a partition of its own to learn a topic's serialization type).
-std::string topicsXml(const std::set<std::string>& topics) {
-    std::string x = "          <topics>\n";
-    for (const auto& t : topics) x += "            <topic>" + xmlEscaped(t) + "</topic>\n";
-    return x + "          </topics>\n"
-               "          <partitions><partition>*</partition></partitions>\n";
-}
-
-}  // namespace
-
-std::string permissionsXml(const std::string& subject, const Period& validity, const std::vector<DomainRange>& domains,
-                           const TopicAccess& topics, const std::string& note) {
-    std::string comment = xmlEscaped(note);
-    for (auto at = comment.find("--"); at != std::string::npos; at = comment.find("--", at))
-        comment.replace(at, 2, "- -");  // "--" would end an XML comment early
-    std::ostringstream x;
-    x << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      << "<!-- vantrel security permissions: " << comment << " -->\n"
-      << "<dds>\n"
-      << "  <permissions>\n"
-      << "    <grant name=\"" << xmlEscaped(subject) << "\">\n"
-      << "      <subject_name>" << xmlEscaped(subject) << "</subject_name>\n"
-      << "      <validity>\n"
-      << "        <not_before>" << isoTime(validity.notBefore) << "</not_before>\n"
-      << "        <not_after>" << isoTime(validity.notAfter) << "</not_after>\n"
-      << "      </validity>\n"
-      << "      <allow_rule>\n"
-      << domainsXml(domains, "        ")
-      << "        <publish>\n" << topicsXml(topics.publish) << "        </publish>\n"
-      << "        <subscribe>\n" << topicsXml(topics.subscribe) << "        </subscribe>\n"
-      << "      </allow_rule>\n"
-      << "      <default>DENY</default>\n"
-      << "    </grant>\n"
-      << "  </permissions>\n"
-      << "</dds>\n";
-    return x.str();
 }
 
 }  // namespace vantrel::tool::security

@@ -1,6 +1,5 @@
-// The toolkit's [network] and [security] settings: how they are read, the DDS configuration a network
-// section makes, the checks of security files (each refusal names its file, nothing is created), and
-// participants the DDS layer accepts with them.
+// The toolkit's [network] and [security] settings: how they are read and the DDS configuration a network
+// section makes (the security files themselves: test_security.cpp).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,7 +8,6 @@
 #include <memory>
 #include <string>
 
-#include "KeyMaterial.h"
 #include "kelva/actors/SessionImpl.h"
 #include "kelva/config/Config.h"
 #include "kelva/config/Participant.h"
@@ -21,8 +19,6 @@ namespace fs = std::filesystem;
 using kelva::actors::SessionImpl;
 using kelva::config::Config;
 using kelva::config::ConfigError;
-using kelva::config::Security;
-using kelva::test::KeyPair;
 
 class Deployment : public ::testing::Test {
 protected:
@@ -52,36 +48,12 @@ protected:
         return "no error";
     }
 
-    // A complete, valid set of files for the identity "CN=app".
-    Security validSecurity() {
-        m_ca = kelva::test::makeCa("test CA");
-        const KeyPair app = kelva::test::makeIdentity("app", m_ca);
-        Security s;
-        s.identityCa = s.permissionsCa = write("ca.pem", m_ca.certificate);
-        s.identityCertificate = write("app.pem", app.certificate);
-        s.privateKey = write("app.key", app.privateKey);
-        s.governance = write("governance.p7s", kelva::test::signDocument(kelva::test::governanceXml(), m_ca));
-        s.permissions = write("permissions.p7s",
-                              kelva::test::signDocument(kelva::test::permissionsXml("CN=app", "2036-01-01T00:00:00"), m_ca));
-        return s;
-    }
-
-    static std::string refusal(const Security& s) {
-        try {
-            kelva::config::checkSecurityFiles(s);
-        } catch (const ConfigError& e) {
-            return e.what();
-        }
-        return "no error";
-    }
-
     static int participantsOf(int domain) {
         dds_entity_t found[4];
         return dds_lookup_participant(static_cast<dds_domainid_t>(domain), found, 4);
     }
 
     fs::path m_dir;
-    KeyPair m_ca;
 };
 
 TEST_F(Deployment, NetworkSectionIsReadWithPathsAgainstTheFilesFolder) {
@@ -127,62 +99,6 @@ TEST_F(Deployment, NetworkAndSecurityFaultsNameTheSetting) {
     EXPECT_EQ(c.security.identityCa, (m_dir / "keys/ca.pem").string());
     EXPECT_EQ(c.security.permissionsCa, "/pki/ca.pem");
     EXPECT_EQ(c.security.permissions, (m_dir / "p.p7s").string());
-}
-
-TEST_F(Deployment, EveryBadSecurityFileIsRefusedByName) {
-    const Security valid = validSecurity();
-    EXPECT_EQ(refusal(valid), "no error");
-
-    Security s = valid;
-    s.permissions = (m_dir / "absent.p7s").string();
-    EXPECT_EQ(refusal(s), s.permissions + ": cannot be read: No such file or directory");
-
-    s = valid;
-    s.identityCertificate = write("expired.pem", kelva::test::makeIdentity("app", m_ca, -48, -24).certificate);
-    EXPECT_EQ(refusal(s).rfind(s.identityCertificate + ": certificate expired on ", 0), 0u) << refusal(s);
-
-    s = valid;
-    const KeyPair otherCa = kelva::test::makeCa("other CA");
-    s.identityCertificate = write("foreign.pem", kelva::test::makeIdentity("app", otherCa).certificate);
-    EXPECT_EQ(refusal(s), s.identityCertificate + ": certificate not signed by the identity CA " + valid.identityCa);
-
-    s = valid;
-    s.privateKey = write("other.key", kelva::test::makeIdentity("other", m_ca).privateKey);
-    EXPECT_EQ(refusal(s), s.privateKey + ": private key does not belong to the certificate " + valid.identityCertificate);
-
-    // One byte of the signed text changed: the document no longer matches its signature.
-    std::ifstream in(valid.governance, std::ios::binary);
-    std::string governance((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    const auto at = governance.find("ENCRYPT");
-    ASSERT_NE(at, std::string::npos);
-    governance[at] = 'N';
-    s = valid;
-    s.governance = write("tampered.p7s", governance);
-    EXPECT_EQ(refusal(s).rfind(s.governance + ": signature does not verify against the permissions CA ", 0), 0u)
-        << refusal(s);
-
-    s = valid;
-    s.permissions = write("old.p7s", kelva::test::signDocument(kelva::test::permissionsXml("CN=app", "2021-06-30T12:00:00"), m_ca));
-    EXPECT_EQ(refusal(s), s.permissions + ": permissions expired on 2021-06-30T12:00:00");
-
-    s = valid;
-    s.governance = write("plain.xml", kelva::test::governanceXml());
-    EXPECT_EQ(refusal(s), s.governance + ": not an S/MIME signed document");
-}
-
-TEST_F(Deployment, SecuredSessionStartsAndABadFileStartsNothing) {
-    const int domain = vantrel::test::domainId();
-    Config c;
-    c.security = validSecurity();
-    {
-        // The DDS layer accepts the files and makes a secured participant.
-        auto session = SessionImpl::create(domain, c, false);
-        EXPECT_GT(session->participant(), 0);
-        EXPECT_EQ(participantsOf(domain), 1);
-    }
-    c.security.identityCertificate = write("expired.pem", kelva::test::makeIdentity("app", m_ca, -48, -24).certificate);
-    EXPECT_THROW(SessionImpl::create(domain, c, false), ConfigError);
-    EXPECT_EQ(participantsOf(domain), 0);
 }
 
 TEST_F(Deployment, SessionsOfANetworkShareTheDomainItsConfigurationMade) {

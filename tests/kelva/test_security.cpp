@@ -1,0 +1,222 @@
+// The check of a [security] section's files (kelva/security): every fault is refused with an error that
+// begins with the offending file's path, a session refuses the same with the same text before any
+// participant is made, and the DDS layer accepts what the module makes.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "kelva/actors/SessionImpl.h"
+#include "kelva/config/Config.h"
+#include "kelva/security/Check.h"
+#include "kelva/security/Documents.h"
+#include "kelva/security/SignedDocument.h"
+#include "vantrel/test/Support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace ks = kelva::security;
+using kelva::actors::SessionImpl;
+using kelva::config::ConfigError;
+using kelva::config::Security;
+
+constexpr std::time_t kHour = 3600;
+constexpr std::time_t kDay = 24 * kHour;
+
+class SecurityFiles : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        m_dir = fs::temp_directory_path() / ("kelva-security-" + std::to_string(::getpid()) + "-" + info->name());
+        fs::remove_all(m_dir);
+        fs::create_directories(m_dir);
+        m_valid.identityCa = m_valid.permissionsCa = write("ca.pem", m_ca.certificate.pem());
+        writeIdentity("app", m_ca, current());
+        m_valid.identityCertificate = path("app.pem");
+        m_valid.privateKey = path("app.key");
+        m_valid.governance = write("governance.p7s", ks::signDocument(ks::governanceXml({{0, 230}}, "NONE"), m_ca));
+        m_valid.permissions = write("app.permissions.p7s", permissions("CN=app", current(), m_ca));
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        fs::remove_all(m_dir, ignored);
+    }
+
+    std::string path(const std::string& name) const { return (m_dir / name).string(); }
+    std::string write(const std::string& name, const std::string& content) const {
+        std::ofstream(path(name), std::ios::binary) << content;
+        return path(name);
+    }
+    std::string read(const std::string& file) const {
+        std::ifstream in(file, std::ios::binary);
+        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    }
+
+    ks::Validity current() const { return {m_now - kHour, m_now + 30 * kDay}; }
+    // NAME.pem and NAME.key: an identity certified by `ca`.
+    void writeIdentity(const std::string& name, const ks::Authority& ca, const ks::Validity& validity) const {
+        const ks::PrivateKey key = ks::PrivateKey::generate();
+        write(name + ".key", key.pem());
+        write(name + ".pem", ks::makeIdentityCertificate(key, name, ca, validity).pem());
+    }
+    // Signed permissions of `subject` on every topic of every domain.
+    static std::string permissions(const std::string& subject, const ks::Validity& validity, const ks::Authority& ca) {
+        return ks::signDocument(ks::permissionsXml({subject, validity, {{0, 230}}, {"*"}, {"*"}}, "test"), ca);
+    }
+
+    static std::string refusal(const Security& s) {
+        try {
+            ks::checkFiles(s);
+        } catch (const ConfigError& e) {
+            return e.what();
+        }
+        return "no error";
+    }
+    static int participantsOf(int domain) {
+        dds_entity_t found[4];
+        return dds_lookup_participant(static_cast<dds_domainid_t>(domain), found, 4);
+    }
+
+    struct Fault {
+        const char* what;
+        std::function<Security()> spoil;
+        std::string file;      // the file the error must begin with
+        std::string expected;  // the rest of the error's beginning
+    };
+
+    fs::path m_dir;
+    std::time_t m_now = std::time(nullptr);
+    ks::Authority m_ca = ks::Authority::make("test CA", {m_now - kHour, m_now + 60 * kDay});
+    ks::Authority m_otherCa = ks::Authority::make("other CA", {m_now - kHour, m_now + 60 * kDay});
+    Security m_valid;
+};
+
+TEST_F(SecurityFiles, EveryFaultIsRefusedBeginningWithTheFilesPath) {
+    ASSERT_EQ(ks::checkFiles(m_valid), "CN=app");
+    const Security v = m_valid;
+    const std::string ca = v.identityCa;
+    auto with = [&](std::string Security::*member, const std::string& file) {
+        Security s = v;
+        s.*member = file;
+        return s;
+    };
+    std::string changed = read(v.governance);
+    changed[changed.find("ENCRYPT")] = 'N';  // one byte of the signed text
+    const std::vector<Fault> faults = {
+        {"missing", [&] { return with(&Security::permissions, path("absent.p7s")); }, path("absent.p7s"),
+         "cannot be read: No such file or directory"},
+        {"identity expired",
+         [&] { writeIdentity("old", m_ca, {m_now - 2 * kDay, m_now - kDay});
+               return with(&Security::identityCertificate, path("old.pem")); },
+         path("old.pem"), "certificate expired on " + ks::isoTime(m_now - kDay) + "Z"},
+        {"identity not yet valid",
+         [&] { writeIdentity("early", m_ca, {m_now + kDay, m_now + 2 * kDay});
+               return with(&Security::identityCertificate, path("early.pem")); },
+         path("early.pem"), "certificate not valid before " + ks::isoTime(m_now + kDay) + "Z"},
+        {"identity of another CA",
+         [&] { writeIdentity("foreign", m_otherCa, current());
+               return with(&Security::identityCertificate, path("foreign.pem")); },
+         path("foreign.pem"), "certificate not signed by the identity CA " + ca},
+        {"key of another identity",
+         [&] { writeIdentity("other", m_ca, current()); return with(&Security::privateKey, path("other.key")); },
+         path("other.key"), "private key does not belong to the certificate " + v.identityCertificate},
+        {"governance changed", [&] { return with(&Security::governance, write("changed.p7s", changed)); },
+         path("changed.p7s"), "signature does not verify against the permissions CA " + ca + " (changed after signing)"},
+        {"governance of another CA",
+         [&] { return with(&Security::governance,
+                           write("g.p7s", ks::signDocument(ks::governanceXml({{0, 230}}, "NONE"), m_otherCa))); },
+         path("g.p7s"), "signed by another CA than the permissions CA " + ca + " (signer CN=other CA)"},
+        {"governance not signed",
+         [&] { return with(&Security::governance, write("g.xml", ks::governanceXml({{0, 230}}, "NONE"))); },
+         path("g.xml"), "not an S/MIME signed document"},
+        {"permissions of another CA",
+         [&] { return with(&Security::permissions, write("p.p7s", permissions("CN=app", current(), m_otherCa))); },
+         path("p.p7s"), "signed by another CA than the permissions CA " + ca + " (signer CN=other CA)"},
+        {"permissions of another application",
+         [&] { return with(&Security::permissions, write("p.p7s", permissions("CN=panel", current(), m_ca))); },
+         path("p.p7s"), "grants 'CN=panel', not the identity CN=app of " + v.identityCertificate},
+        {"permissions expired",
+         [&] { return with(&Security::permissions,
+                           write("p.p7s", permissions("CN=app", {m_now - 2 * kDay, m_now - kDay}, m_ca))); },
+         path("p.p7s"), "permissions expired on " + ks::isoTime(m_now - kDay) + "Z"},
+        {"permissions not yet valid",
+         [&] { return with(&Security::permissions,
+                           write("p.p7s", permissions("CN=app", {m_now + kDay, m_now + 2 * kDay}, m_ca))); },
+         path("p.p7s"), "permissions not valid before " + ks::isoTime(m_now + kDay) + "Z"},
+        {"governance given as permissions", [&] { return with(&Security::permissions, v.governance); }, v.governance,
+         "not a permissions document (no <dds><permissions><grant>)"},
+        {"signed text that is not XML",
+         [&] { return with(&Security::permissions, write("p.p7s", ks::signDocument("<dds><permissions>", m_ca))); },
+         path("p.p7s"), "not XML ("},
+    };
+    for (const auto& fault : faults) {
+        const std::string error = refusal(fault.spoil());
+        EXPECT_EQ(error.rfind(fault.file + ": " + fault.expected, 0), 0u) << fault.what << ": " << error;
+    }
+}
+
+// Several grants: the identity's is the one that counts, its times read in any zone.
+TEST_F(SecurityFiles, TheGrantOfTheIdentityCountsWithItsTimesInAnyZone) {
+    const auto document = [&](const std::string& appNotAfter) {
+        return ks::signDocument(R"(<?xml version="1.0"?>
+<dds xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"><permissions>
+  <grant name="panel"><subject_name>CN=panel</subject_name>
+    <validity><not_before>2020-01-01T00:00:00</not_before><not_after>2020-01-02T00:00:00</not_after></validity>
+    <default>DENY</default></grant>
+  <grant name="app"><subject_name> CN=app </subject_name>
+    <validity><not_before>2020-01-01T00:00:00.250Z</not_before><not_after>)" + appNotAfter + R"(</not_after></validity>
+    <allow_rule><domains><id>0</id></domains><publish><topics><topic>*</topic></topics></publish></allow_rule>
+    <default>DENY</default></grant>
+</permissions></dds>
+)", m_ca);
+    };
+    Security s = m_valid;
+    s.permissions = write("p.p7s", document("2099-12-31T23:59:59+01:00"));
+    EXPECT_EQ(refusal(s), "no error");
+    s.permissions = write("p.p7s", document("2021-06-30T14:00:00+02:00"));
+    EXPECT_EQ(refusal(s), s.permissions + ": permissions expired on 2021-06-30T12:00:00Z");
+    s.permissions = write("p.p7s", document("2021-06-31T00:00:00"));
+    EXPECT_EQ(refusal(s), s.permissions + ": grant 'app': <not_after> '2021-06-31T00:00:00' is not a date and time "
+                                          "(YYYY-MM-DDThh:mm:ss)");
+}
+
+TEST_F(SecurityFiles, ASessionRefusesWhatTheCheckRefusesAndMakesNoParticipant) {
+    const int domain = vantrel::test::domainId();
+    kelva::config::Config c;
+    c.security = m_valid;
+    {
+        // The DDS layer accepts what the module makes: a secured participant.
+        auto session = SessionImpl::create(domain, c, false);
+        EXPECT_GT(session->participant(), 0);
+        EXPECT_EQ(participantsOf(domain), 1);
+    }
+    // Another application's permissions and permissions not yet valid were refused by the DDS layer alone,
+    // without naming a file; another CA's permissions and another identity's key are refused here too.
+    writeIdentity("panel", m_ca, current());
+    const std::vector<std::pair<std::string Security::*, std::string>> faults = {
+        {&Security::permissions, write("panel.permissions.p7s", permissions("CN=panel", current(), m_ca))},
+        {&Security::permissions, write("early.p7s", permissions("CN=app", {m_now + kDay, m_now + 2 * kDay}, m_ca))},
+        {&Security::permissions, write("foreign.p7s", permissions("CN=app", current(), m_otherCa))},
+        {&Security::privateKey, path("panel.key")},
+    };
+    for (const auto& [member, file] : faults) {
+        c.security = m_valid;
+        c.security.*member = file;
+        try {
+            SessionImpl::create(domain, c, false);
+            ADD_FAILURE() << file << ": a session was made";
+        } catch (const ConfigError& e) {
+            EXPECT_EQ(std::string(e.what()), refusal(c.security));
+            EXPECT_EQ(std::string(e.what()).rfind(file + ": ", 0), 0u) << e.what();
+        }
+        EXPECT_EQ(participantsOf(domain), 0) << file;
+    }
+}
+
+}  // namespace
