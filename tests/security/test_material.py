@@ -122,7 +122,8 @@ def test_check_finds_permissions_of_another_identity(tmp_path):
     (tmp_path / "cam.permissions.p7s").write_bytes((tmp_path / "panel.permissions.p7s").read_bytes())
     check = tool("security", "check", tmp_path / "cam.toml")
     assert check.returncode == 2, check.stdout
-    assert "cam.permissions.p7s: grants 'CN=panel', not the identity CN=cam" in check.stdout
+    assert check.stdout == (f"FAILED {tmp_path}/cam.permissions.p7s: grants 'CN=panel', not the identity CN=cam of "
+                            f"{tmp_path}/cam.pem\n")
 
 
 @pytest.mark.parametrize("args, message", [

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <utility>
 
 #include "kelva/config/Config.h"
 #include "kelva/security/Documents.h"
@@ -87,27 +86,18 @@ std::time_t timeIn(const XMLElement* validity, const char* name, const std::stri
     return t;
 }
 
-// "CN=a, o=b+OU=c" as sorted (TYPE, value) pairs; a backslash escapes the next character.
-std::vector<std::pair<std::string, std::string>> attributesOf(const std::string& name) {
-    std::vector<std::pair<std::string, std::string>> out;
-    std::string part;
-    const auto finish = [&]() {
-        const auto equals = part.find('=');
-        std::string type = trimmed(part.substr(0, equals).c_str());
-        std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::toupper(c); });
-        out.emplace_back(type, equals == std::string::npos ? std::string() : trimmed(part.substr(equals + 1).c_str()));
-        part.clear();
-    };
+// "CN=a,O=b" as its sorted attributes; a backslash escapes the next character (an escaped comma is no
+// separator). The DDS layer compares names so: in any order, each attribute exactly as written.
+std::vector<std::string> attributesOf(const std::string& name) {
+    std::vector<std::string> out(1);
     for (std::size_t i = 0; i < name.size(); ++i) {
-        if (name[i] == '\\' && i + 1 < name.size()) {
-            part += name.substr(i++, 2);
-        } else if (name[i] == ',' || name[i] == '+' || name[i] == ';') {
-            finish();
-        } else {
-            part += name[i];
-        }
+        if (name[i] == '\\' && i + 1 < name.size())
+            out.back() += name.substr(i++, 2);
+        else if (name[i] == ',')
+            out.emplace_back();
+        else
+            out.back() += name[i];
     }
-    finish();
     std::sort(out.begin(), out.end());
     return out;
 }

@@ -43,8 +43,8 @@ std::vector<GrantTerms> readGrants(const std::string& xml, const std::string& or
 // ConfigError beginning with `origin` when the text is not XML or not a governance document.
 void readGovernance(const std::string& xml, const std::string& origin);
 
-// Whether two subject names are the same name: the same attributes with the same values, in any order,
-// spaces around separators and the case of attribute types aside ("CN=a, O=b" is "o=b,CN=a").
+// Whether two subject names are the same name as the DDS layer compares them: the same attributes in any
+// order, each exactly as written ("CN=a,O=b" is "O=b,CN=a"; "CN=a, O=b" and "cn=a,O=b" are other names).
 bool sameSubject(const std::string& a, const std::string& b);
 
 }  // namespace kelva::security

@@ -17,7 +17,8 @@ bool checkOne(const std::string& toml) {
     try {
         const auto config = kelva::config::Config::fromFile(toml);
         if (!config.security.enabled()) throw InputError(toml + ": no [security] section");
-        std::cout << toml << ": ok (" << kelva::security::checkFiles(config.security) << ")\n";
+        const std::string subject = kelva::security::checkFiles(config.security);
+        std::cout << toml << ": ok (" << subject << ")\n";
         return true;
     } catch (const InputError& e) {
         std::cout << "FAILED " << e.what() << "\n";
