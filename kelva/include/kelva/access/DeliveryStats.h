@@ -6,9 +6,11 @@
 #include <atomic>
 #include <cstdint>
 
+#include "kelva/Export.h"
+
 namespace kelva::access {
 
-class DeliveryStats {
+class KELVA_EXPORT DeliveryStats {
 public:
     static uint64_t samplesLost() noexcept { return lost().load(std::memory_order_relaxed); }
     static uint64_t samplesRejected() noexcept { return rejected().load(std::memory_order_relaxed); }

@@ -5,13 +5,14 @@
 #include <stdexcept>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/access/Listener.h"
 #include "kelva/access/TypeTraits.h"
 
 namespace kelva::access {
 
 // A DDS topic of a pool, by its mapped name.
-class ITopic {
+class KELVA_EXPORT ITopic {
 public:
     virtual ~ITopic() = default;
     virtual dds_entity_t entity() const = 0;

@@ -7,11 +7,12 @@
 #include <memory>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/config/Config.h"
 
 namespace kelva::config {
 
-class Participant {
+class KELVA_EXPORT Participant {
 public:
     // Throws ConfigError when a security file fails its check (nothing is created then) and
     // std::runtime_error when the DDS layer refuses the domain or the participant.
@@ -29,15 +30,15 @@ private:
 
 // The DDS configuration text of a [network] section: its files as URIs, then an XML fragment with the
 // interface and the peers. Empty for an unconfigured network.
-std::string domainConfigText(const Network& network);
+KELVA_EXPORT std::string domainConfigText(const Network& network);
 
 // Checks every file of a [security] section: readable, certificates valid now and signed by their CA, the
 // private key that of the identity certificate, governance and permissions signed by the permissions CA,
 // permissions not expired. Throws ConfigError beginning with the offending file's path.
-void checkSecurityFiles(const Security& security);
+KELVA_EXPORT void checkSecurityFiles(const Security& security);
 
 // The participant QoS that turns on authentication, access control and encryption with the DDS layer's
 // plug-ins and the given files (checked first). The caller deletes it.
-dds_qos_t* securityQos(const Security& security);
+KELVA_EXPORT dds_qos_t* securityQos(const Security& security);
 
 }  // namespace kelva::config
