@@ -12,6 +12,8 @@ install(TARGETS kelva-cyclone vantrel-cyclone
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/kelva/include/kelva" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/frame/include/vantrel" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${VANTREL_GENERATED_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vantrel)
+install(FILES "${CMAKE_BINARY_DIR}/exports/kelva/Export.h" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelva)
+install(FILES "${CMAKE_BINARY_DIR}/exports/vantrel/Export.h" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vantrel)
 install(FILES ${VANTREL_IDL_FILES} DESTINATION ${CMAKE_INSTALL_DATADIR}/vantrel-cyclone/idl)
 
 set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vantrel-cyclone)

@@ -104,6 +104,10 @@ public:
     }
 };
 
+// How long the client waits for each answer of the service: a bound for a lost service, not an expected time
+// (answers take milliseconds on a loopback, somewhat more under an emulation layer).
+constexpr int kAnswerBoundMs = 20000;
+
 template <class Predicate>
 bool waitFor(Predicate done, int ms) {
     for (int waited = 0; waited < ms; waited += 10) {
@@ -132,7 +136,7 @@ int runClient(int domain) {
 
     facade->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "battery voltage low"));
     facade->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("Cooling", "Fan 2", "Speed", "Stalled", "fan 2 stalled"));
-    if (!waitFor([&] { std::lock_guard<std::mutex> l(client.mutex); return client.logs.size() == 2; }, 5000)) {
+    if (!waitFor([&] { std::lock_guard<std::mutex> l(client.mutex); return client.logs.size() == 2; }, kAnswerBoundMs)) {
         std::cerr << "client: no alarm logs arrived" << std::endl;
         return 1;
     }
@@ -147,12 +151,12 @@ int runClient(int domain) {
         for (const auto& entry : client.logs)
             if (!entry.second.IsAcknowledged) return false;
         return true;
-    }, 5000);
+    }, kAnswerBoundMs);
     facade->CmdClearAlarm(ids);
     const bool cleared = waitFor([&] {
         std::lock_guard<std::mutex> l(client.mutex);
         return client.logs.empty() && client.activeWarnings == 0;
-    }, 5000);
+    }, kAnswerBoundMs);
     std::cout << (cleared ? "client: all alarms cleared" : "client: alarms did not clear") << std::endl;
     return cleared ? 0 : 1;
 }

@@ -50,7 +50,7 @@ def operation_params(msg: Message) -> list[str]:
 def _interface(mod: Module, iface: str) -> list[str]:
     out = [f"// {'Client to service' if iface == 'IService' else 'Service to clients'}: every operation has a "
            "default body that logs a warning; override what you handle.",
-           f"class {iface} {{", "public:", f"    virtual ~{iface}();"]
+           f"class VANTREL_EXPORT {iface} {{", "public:", f"    virtual ~{iface}();"]
     for msg in mod.interfaces[iface]:
         out.append(f"    virtual void {msg.name}({', '.join(operation_params(msg))});")
     out.append("};")
@@ -77,7 +77,7 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
     impl_tpl = f"    template <class Impl, std::enable_if_t<std::is_base_of_v<{R}, Impl>, int> = 0>"
     methods_all = f"const std::vector<std::string>& methods = getMethodsAll{R}()"
     out = [
-        f"class {facade} : public vantrel::frame::FacadeCore {{",
+        f"class VANTREL_EXPORT {facade} : public vantrel::frame::FacadeCore {{",
         "public:",
         f"    {facade}() noexcept;",
         f"    {facade}({facade}&& other) noexcept;",
@@ -184,7 +184,7 @@ def _facade(facade: str, sends: str, receives: str) -> list[str]:
 def emit_public_header(mod: Module) -> str:
     out = [HEADER_NOTE.format(file=mod.file.split("/")[-1]), "#pragma once", "",
            "#include <cstdint>", "#include <memory>", "#include <string>", "#include <type_traits>",
-           "#include <vector>", ""]
+           "#include <vector>", "", "#include \"vantrel/Export.h\""]
     for inc in mod.includes:
         out.append(f"#include \"vantrel/{inc}.h\"")
     if mod.has_interfaces:
@@ -207,17 +207,17 @@ def emit_public_header(mod: Module) -> str:
     if mod.structs or mod.enums:
         out.append("// The text form of a value, as log lines show it on the wire: \"[Azimuth: 12.5, Elevation: 3, Range: [100]]\".")
         for e in mod.enums:
-            out.append(f"std::string toText({e.name}::Type value);")
+            out.append(f"VANTREL_EXPORT std::string toText({e.name}::Type value);")
         for st in mod.structs:
-            out.append(f"std::string toText(const {st.name}& value);")
+            out.append(f"VANTREL_EXPORT std::string toText(const {st.name}& value);")
         out.append("")
     if mod.has_interfaces:
         out.append("// Parameter packs: the arguments of each operation, in order.")
         for iface in ("IService", "IClient"):
             for msg in mod.interfaces[iface]:
                 out += _value_type(msg.name, msg.params) + [""]
-        out += ["std::vector<std::string> getMethodsAllIService();",
-                "std::vector<std::string> getMethodsAllIClient();", ""]
+        out += ["VANTREL_EXPORT std::vector<std::string> getMethodsAllIService();",
+                "VANTREL_EXPORT std::vector<std::string> getMethodsAllIClient();", ""]
         out += _interface(mod, "IService") + [""] + _interface(mod, "IClient") + [""]
         out += _overridden(mod, "IService") + [""] + _overridden(mod, "IClient") + [""]
         out += _facade("Client", "IService", "IClient") + [""]

@@ -88,14 +88,16 @@ def _recorder(mod: Module, iface: str) -> list[str]:
         out.append(f"    {_signature(msg)} {{")
         out.append("        std::lock_guard<std::mutex> guard_(m_mutex);")
         out.append(f"        m_{msg.name} = {_pack_expr(mod, msg)};")
+        out.append(f"        if (m_calls[\"{msg.name}\"] == 0) m_first_{msg.name} = m_{msg.name};")
         out.append(f"        m_dispose[\"{msg.name}\"] = {'dispose' if msg.dispose else 'false'};")
         out.append(f"        ++m_calls[\"{msg.name}\"];")
         out.append("    }")
     for msg in msgs:
-        out.append(f"    ::{mod.name}::{msg.name} received_{msg.name}() const {{")
-        out.append("        std::lock_guard<std::mutex> lock(m_mutex);")
-        out.append(f"        return m_{msg.name};")
-        out.append("    }")
+        for which, member in (("first", f"m_first_{msg.name}"), ("last", f"m_{msg.name}")):
+            out.append(f"    ::{mod.name}::{msg.name} {which}_{msg.name}() const {{")
+            out.append("        std::lock_guard<std::mutex> lock(m_mutex);")
+            out.append(f"        return {member};")
+            out.append("    }")
     out += [
         "    int calls(const std::string& operation) const {",
         "        std::lock_guard<std::mutex> lock(m_mutex);",
@@ -122,6 +124,7 @@ def _recorder(mod: Module, iface: str) -> list[str]:
     ]
     for msg in msgs:
         out.append(f"    ::{mod.name}::{msg.name} m_{msg.name}{{}};")
+        out.append(f"    ::{mod.name}::{msg.name} m_first_{msg.name}{{}};")
     out.append("};")
     return out
 
@@ -134,22 +137,32 @@ def _send(sender: str, msg: Message, pack: str, dispose: str | None) -> str:
 
 
 def _test(mod: Module, iface: str, suite: str, seed_base: int) -> list[str]:
-    """One direction: the facade that receives `iface` records, the other one sends."""
+    """One direction: the facade that receives `iface` records, the other one sends. In one process both
+    facades run; split over two processes (vantrel::test::Exchange) each plays one side."""
     S = short_name(mod.name)
     msgs = mod.interfaces[iface]
     to_service = iface == "IService"
     test_name = "ClientToService" if to_service else "ServiceToClient"
     sender, receiver = ("client", "serviceRecorder") if to_service else ("service", "clientRecorder")
+    send_facade, send_recorder, receive_facade, receive_recorder = (
+        ("Client", "clientRecorder", "Service", "serviceRecorder") if to_service
+        else ("Service", "serviceRecorder", "Client", "clientRecorder"))
     names = ", ".join(f"\"{m.name}\"" for m in msgs)
     out = [f"TEST({suite}, {test_name}) {{",
+           f"    vantrel::test::Exchange exchange(\"{suite}.{test_name}\");",
            "    const int domain = vantrel::test::domainId();",
-           "    auto serviceSession = std::make_shared<kelva::actors::Session>(domain);",
-           "    auto clientSession = std::make_shared<kelva::actors::Session>(domain);",
            "    IServiceRecorder serviceRecorder;",
            "    IClientRecorder clientRecorder;",
-           f"    auto service = ::{mod.name}::Service::create(serviceSession, \"roundtrip_{S}_service\", serviceRecorder);",
-           f"    auto client = ::{mod.name}::Client::create(clientSession, \"roundtrip_{S}_client\", clientRecorder);",
+           f"    ::{mod.name}::{receive_facade} {receive_facade.lower()};",
+           f"    ::{mod.name}::{send_facade} {send_facade.lower()};",
+           "    if (exchange.receives())",
+           f"        {receive_facade.lower()} = ::{mod.name}::{receive_facade}::create(std::make_shared<kelva::actors::Session>(domain), "
+           f"\"roundtrip_{S}_{receive_facade.lower()}\", {receive_recorder});",
+           "    if (exchange.sends())",
+           f"        {send_facade.lower()} = ::{mod.name}::{send_facade}::create(std::make_shared<kelva::actors::Session>(domain), "
+           f"\"roundtrip_{S}_{send_facade.lower()}\", {send_recorder});",
            f"    const std::vector<std::string> operations{{{names}}};",
+           "    ASSERT_TRUE(exchange.step(\"ready\")) << \"the receiving side did not start\";",
            ""]
     for n, msg in enumerate(msgs):
         P = f"::{mod.name}::{msg.name}"
@@ -158,37 +171,50 @@ def _test(mod: Module, iface: str, suite: str, seed_base: int) -> list[str]:
         if msg.params:
             out.append(f"    ASSERT_TRUE(sent_{msg.name} != {P}{{}}) << \"{msg.name}: the filled arguments are "
                        "the defaults\";")
-        out.append(f"    {_send(sender, msg, f'sent_{msg.name}', 'false')}")
-    out += ["",
-            f"    ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, 1); }}))",
-            "        << \"not every operation arrived\";"]
+    out.append("    if (exchange.sends()) {")
     for msg in msgs:
-        out += [f"    EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 1) << \"{msg.name}\";",
-                f"    EXPECT_TRUE({receiver}.received_{msg.name}() == sent_{msg.name})",
-                f"        << \"{msg.name}: the received arguments differ from the sent ones\";"]
+        out.append(f"        {_send(sender, msg, f'sent_{msg.name}', 'false')}")
+    out += ["    }",
+            "    int equal = 0;",
+            "    if (exchange.receives()) {",
+            f"        ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, 1); }}, exchange.bound()))",
+            "            << \"not every operation arrived\";"]
+    for msg in msgs:
+        out += [f"        EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 1) << \"{msg.name}\";",
+                f"        equal += {receiver}.first_{msg.name}() == sent_{msg.name};",
+                f"        EXPECT_TRUE({receiver}.first_{msg.name}() == sent_{msg.name})",
+                f"            << \"{msg.name}: the received arguments differ from the sent ones\";"]
         if msg.dispose:
-            out.append(f"    EXPECT_FALSE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}\";")
+            out.append(f"        EXPECT_FALSE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}\";")
+    out += ["    }",
+            "    ASSERT_TRUE(exchange.step(\"received\")) << \"the receiving side did not get every operation\";"]
     disposing = [m for m in msgs if m.dispose]
     if disposing:
         dnames = ", ".join(f"\"{m.name}\"" for m in disposing)
         out += ["", "    // Dispose the instances just written: the flag arrives set, the key unchanged.",
-                f"    const std::vector<std::string> disposed{{{dnames}}};"]
+                f"    const std::vector<std::string> disposed{{{dnames}}};",
+                "    if (exchange.sends()) {"]
         for msg in disposing:
-            out.append(f"    {_send(sender, msg, f'sent_{msg.name}', 'true')}")
-        out += [f"    ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(disposed, 2); }}))",
-                "        << \"not every dispose arrived\";"]
+            out.append(f"        {_send(sender, msg, f'sent_{msg.name}', 'true')}")
+        out += ["    }",
+                "    if (exchange.receives()) {",
+                f"        ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(disposed, 2); }}, exchange.bound()))",
+                "            << \"not every dispose arrived\";"]
         for msg in disposing:
-            out += [f"    EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 2) << \"{msg.name}\";",
-                    f"    EXPECT_TRUE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}: dispose flag\";"]
+            out += [f"        EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 2) << \"{msg.name}\";",
+                    f"        EXPECT_TRUE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}: dispose flag\";"]
             keys = [m for m in msg.params if m.key]
             if keys:
-                out.append("    {")
-                out.append(f"        const auto received = {receiver}.received_{msg.name}();")
+                out.append("        {")
+                out.append(f"            const auto received = {receiver}.last_{msg.name}();")
                 for k in keys:
-                    out.append(f"        EXPECT_TRUE(received.{k.name} == sent_{msg.name}.{k.name})")
-                    out.append(f"            << \"{msg.name}: key {k.name} of the dispose\";")
-                out.append("    }")
-    out.append("}")
+                    out.append(f"            EXPECT_TRUE(received.{k.name} == sent_{msg.name}.{k.name})")
+                    out.append(f"                << \"{msg.name}: key {k.name} of the dispose\";")
+                out.append("        }")
+        out.append("    }")
+    out += [f"    exchange.report(static_cast<int>(operations.size()), equal, {len(disposing)});",
+            "    ASSERT_TRUE(exchange.step(\"done\")) << \"the receiving side did not finish\";",
+            "}"]
     return out
 
 
@@ -201,6 +227,7 @@ def emit_roundtrip_test(mod: Module) -> str:
            "#include <gtest/gtest.h>", "",
            "#include \"kelva/actors/Session.h\"",
            f"#include \"vantrel/{mod.name}.h\"",
+           "#include \"vantrel/test/Exchange.h\"",
            "#include \"vantrel/test/Support.h\"", "",
            "namespace {", "",
            "namespace rt {",

@@ -51,12 +51,12 @@ def emit_wire_header(mod: Module) -> str:
             "}", ""]
     for st in mod.structs:
         w, a = wire_struct(mod.name, st.name), f"::{mod.name}::{st.name}"
-        out += [f"void toWire({w}& o, const {a}& i, vantrel::frame::Scratch& s, const char* where);",
-                f"void fromWire({a}& o, const {w}& i);",
-                f"void print(std::ostream& os, const {w}& v);", ""]
+        out += [f"VANTREL_EXPORT void toWire({w}& o, const {a}& i, vantrel::frame::Scratch& s, const char* where);",
+                f"VANTREL_EXPORT void fromWire({a}& o, const {w}& i);",
+                f"VANTREL_EXPORT void print(std::ostream& os, const {w}& v);", ""]
     for msg in all_messages(mod):
         w = wire_message(msg)
-        out += [f"void print(std::ostream& os, const {w}& v);",
+        out += [f"VANTREL_EXPORT void print(std::ostream& os, const {w}& v);",
                 f"template <> struct kelva::access::TypeTraits<{w}> {{",
                 f"    static const dds_topic_descriptor_t* descriptor() {{ return &{w}_desc; }}",
                 f"    static const char* className() {{ return \"{class_name(msg)}\"; }}",

@@ -3,19 +3,17 @@
 //   vantrel-fault-peer stream DOMAIN RATE_HZ           a service streaming M_Dialogue EventTextMessage
 //                                                       from "go" to "stop" on its stdin
 //   vantrel-fault-peer listen DOMAIN NAME              a client counting what it receives
+//   vantrel-fault-peer victims DOMAIN ROUNDS ROUND_MS  a victim listener that, from "go" on its stdin,
+//                                                       ROUNDS times is killed hard (SIGKILL, or
+//                                                       TerminateProcess on Windows) and restarted; prints
+//                                                       the time from each restart to its first sample
 //   vantrel-fault-peer scenario DOMAIN ROUNDS RATE_HZ [ROUND_MS]
-//       starts a stream, a healthy listener and a victim listener; ROUNDS times kills the victim with
-//       SIGKILL and restarts it; prints one line of figures: sends, exceptions, the longest send, what the
-//       healthy listener lost, and the time from each restart to the restarted victim's first sample.
+//       starts a stream, a healthy listener and the victims; prints one line of figures: sends, exceptions,
+//       the longest send, what the healthy listener lost, and the victims' restart figures. The victims are
+//       this program's, or those of the command in VANTREL_FAULT_VICTIMS (a Windows build's, under Wine).
 //
 // Every process prints lines "key=value ..." on stdout; the scenario reads them. DDS traffic stays where
 // CYCLONEDDS_URI puts it (the loopback configuration in tests).
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -29,12 +27,12 @@
 #include <thread>
 #include <vector>
 
+#include "ChildProcess.h"
 #include "kelva/access/DeliveryStats.h"
 #include "kelva/actors/Session.h"
+#include "kelva/utils/System.h"
 #include "vantrel/M_Dialogue.h"
 #include "vantrel/test/Support.h"
-
-extern char** environ;
 
 namespace {
 
@@ -137,86 +135,11 @@ int listen(int domain, const std::string& name) {
     return 0;
 }
 
-// A child process of this program with its stdin and stdout on pipes.
-class Child {
-public:
-    explicit Child(const std::vector<std::string>& args) {
-        int in[2], out[2];
-        if (pipe(in) != 0 || pipe(out) != 0) throw std::runtime_error("pipe failed");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        posix_spawn_file_actions_addclose(&actions, in[1]);
-        posix_spawn_file_actions_addclose(&actions, out[0]);
-        std::vector<char*> argv;
-        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        if (posix_spawn(&m_pid, "/proc/self/exe", &actions, nullptr, argv.data(), environ) != 0)
-            throw std::runtime_error("posix_spawn failed");
-        posix_spawn_file_actions_destroy(&actions);
-        close(in[0]);
-        close(out[1]);
-        m_in = fdopen(in[1], "w");
-        m_out = out[0];
-    }
-    ~Child() {
-        kill(SIGKILL);
-        if (m_in) fclose(m_in);
-        ::close(m_out);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    // The next line the child prints; empty at its end or when `deadline` passed first.
-    std::string line(Clock::time_point deadline) {
-        for (;;) {
-            const auto nl = m_buffer.find('\n');
-            if (nl != std::string::npos) {
-                std::string s = m_buffer.substr(0, nl);
-                m_buffer.erase(0, nl + 1);
-                return s;
-            }
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            if (left <= 0) return "";
-            pollfd fd{m_out, POLLIN, 0};
-            if (::poll(&fd, 1, static_cast<int>(left)) <= 0) continue;
-            char chunk[4096];
-            const ssize_t n = ::read(m_out, chunk, sizeof chunk);
-            if (n <= 0) return "";
-            m_buffer.append(chunk, static_cast<std::size_t>(n));
-        }
-    }
-    // Lines until one that starts with `prefix` (returned); empty at the child's end or after `seconds`.
-    std::string lineStarting(const std::string& prefix, int seconds = 30) {
-        const auto deadline = Clock::now() + std::chrono::seconds(seconds);
-        for (std::string s = line(deadline);; s = line(deadline)) {
-            if (s.empty() || s.rfind(prefix, 0) == 0) return s;
-        }
-    }
-    void tell(const std::string& text) {
-        fputs((text + "\n").c_str(), m_in);
-        fflush(m_in);
-    }
-    void kill(int signal) {
-        if (m_pid <= 0) return;
-        ::kill(m_pid, signal);
-        int status = 0;
-        waitpid(m_pid, &status, 0);
-        m_pid = 0;
-    }
-    void wait() {
-        int status = 0;
-        if (m_pid > 0) waitpid(m_pid, &status, 0);
-        m_pid = 0;
-    }
-
-private:
-    pid_t m_pid = 0;
-    FILE* m_in = nullptr;
-    int m_out = -1;
-    std::string m_buffer;
-};
+// This program with `args`.
+std::vector<std::string> self(std::vector<std::string> args) {
+    args.insert(args.begin(), kelva::utils::system::programName());
+    return args;
+}
 
 // "key=value" of a line, or -1.
 double field(const std::string& line, const std::string& key) {
@@ -225,53 +148,93 @@ double field(const std::string& line, const std::string& key) {
     return std::atof(line.c_str() + at + key.size() + 1);
 }
 
-int scenario(int domain, int rounds, int rateHz, int roundMs) {
+int victims(int domain, int rounds, int roundMs) {
     const std::string d = std::to_string(domain);
-    Child streamer({"vantrel-fault-peer", "stream", d, std::to_string(rateHz)});
-    Child healthy({"vantrel-fault-peer", "listen", d, "healthy"});
-    auto victim = std::make_unique<Child>(std::vector<std::string>{"vantrel-fault-peer", "listen", d, "victim"});
-    if (streamer.lineStarting("ready").empty() || healthy.lineStarting("ready").empty() ||
-        victim->lineStarting("ready").empty()) {
-        say("scenario error=start");
+    auto victim = std::make_unique<ChildProcess>(self({"listen", d, "victim"}));
+    if (victim->lineStarting("ready").empty()) {
+        say("victims error=start");
         return 1;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // discovery and matching on loopback
-    streamer.tell("go");
-    if (healthy.lineStarting("first").empty() || victim->lineStarting("first").empty()) {
-        say("scenario error=no-first-sample");
+    say("ready");
+    std::string go;
+    std::getline(std::cin, go);  // the stream runs
+    if (victim->lineStarting("first").empty()) {
+        say("victims error=no-first-sample");
         return 1;
     }
     std::vector<double> restartToFirst;
     for (int round = 0; round < rounds; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
-        victim->kill(SIGKILL);
+        victim->kill();
         const auto restarted = Clock::now();
-        victim = std::make_unique<Child>(std::vector<std::string>{"vantrel-fault-peer", "listen", d, "victim"});
-        if (victim->lineStarting("first").empty()) {
-            say("scenario error=restarted-victim-received-nothing");
+        victim = std::make_unique<ChildProcess>(self({"listen", d, "victim"}));
+        if (victim->lineStarting("first", 60).empty()) {
+            say("victims error=restarted-victim-received-nothing");
             return 1;
         }
         restartToFirst.push_back(msSince(restarted));
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
     }
+    victim->kill();
+    std::sort(restartToFirst.begin(), restartToFirst.end());
+    std::ostringstream out;
+    out << "victims restart_to_first_ms_max=" << restartToFirst.back()
+        << " restart_to_first_ms_median=" << restartToFirst[restartToFirst.size() / 2];
+    say(out.str());
+    return 0;
+}
+
+// The victims' command: VANTREL_FAULT_VICTIMS (words separated by spaces) or this program.
+std::vector<std::string> victimsCommand(const std::string& domain, int rounds, int roundMs) {
+    std::vector<std::string> args{"victims", domain, std::to_string(rounds), std::to_string(roundMs)};
+    const char* external = std::getenv("VANTREL_FAULT_VICTIMS");
+    if (!external || !*external) return self(args);
+    std::vector<std::string> command;
+    std::istringstream words(external);
+    for (std::string w; words >> w;) command.push_back(w);
+    command.insert(command.end(), args.begin(), args.end());
+    return command;
+}
+
+int scenario(int domain, int rounds, int rateHz, int roundMs) {
+    const std::string d = std::to_string(domain);
+    ChildProcess streamer(self({"stream", d, std::to_string(rateHz)}));
+    ChildProcess healthy(self({"listen", d, "healthy"}));
+    ChildProcess victimsProcess(victimsCommand(d, rounds, roundMs));
+    if (streamer.lineStarting("ready").empty() || healthy.lineStarting("ready").empty() ||
+        victimsProcess.lineStarting("ready", 120).empty()) {
+        say("scenario error=start");
+        return 1;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));  // discovery and matching on loopback
+    streamer.tell("go");
+    victimsProcess.tell("go");
+    if (healthy.lineStarting("first").empty()) {
+        say("scenario error=no-first-sample");
+        return 1;
+    }
+    const std::string restarts = victimsProcess.lineStarting("victims", 120 + rounds * (roundMs / 1000 + 60));
     streamer.tell("stop");
     const std::string end = healthy.lineStarting("end", 30);
     const std::string stats = streamer.lineStarting("stream", 30);
+    if (restarts.empty() || restarts.find("error=") != std::string::npos) {
+        say("scenario error=victims " + restarts);
+        return 1;
+    }
     if (end.empty() || stats.empty()) {
         say("scenario error=no-end-of-stream");
         return 1;
     }
     streamer.wait();
     healthy.wait();
-    victim->kill(SIGKILL);
+    victimsProcess.wait();
     const double total = field(end, "total"), first = field(end, "first_seq"), received = field(end, "received");
-    std::sort(restartToFirst.begin(), restartToFirst.end());
     std::ostringstream out;
     out << "scenario rounds=" << rounds << " rate_hz=" << rateHz << " sent=" << field(stats, "sent")
         << " exceptions=" << field(stats, "exceptions") << " longest_send_ms=" << field(stats, "longest_send_ms")
         << " p99_send_ms=" << field(stats, "p99_send_ms") << " healthy_lost=" << (total - first - received)
-        << " restart_to_first_ms_max=" << (restartToFirst.empty() ? -1 : restartToFirst.back())
-        << " restart_to_first_ms_median=" << (restartToFirst.empty() ? -1 : restartToFirst[restartToFirst.size() / 2]);
+        << " restart_to_first_ms_max=" << field(restarts, "restart_to_first_ms_max")
+        << " restart_to_first_ms_median=" << field(restarts, "restart_to_first_ms_median");
     say(out.str());
     return 0;
 }
@@ -288,6 +251,8 @@ int main(int argc, char** argv) {
     try {
         if (args.size() == 3 && args[0] == "stream") return stream(std::stoi(args[1]), std::stoi(args[2]));
         if (args.size() == 3 && args[0] == "listen") return listen(std::stoi(args[1]), args[2]);
+        if (args.size() == 4 && args[0] == "victims")
+            return victims(std::stoi(args[1]), std::stoi(args[2]), std::stoi(args[3]));
         if ((args.size() == 4 || args.size() == 5) && args[0] == "scenario")
             return scenario(std::stoi(args[1]), std::stoi(args[2]), std::stoi(args[3]), args.size() == 5 ? std::stoi(args[4]) : 2000);
     } catch (const std::exception& e) {
@@ -295,6 +260,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     std::cerr << "usage: vantrel-fault-peer stream DOMAIN RATE_HZ | listen DOMAIN NAME |"
-                 " scenario DOMAIN ROUNDS RATE_HZ [ROUND_MS]\n";
+                 " victims DOMAIN ROUNDS ROUND_MS | scenario DOMAIN ROUNDS RATE_HZ [ROUND_MS]\n";
     return 2;
 }

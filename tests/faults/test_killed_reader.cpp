@@ -30,6 +30,8 @@ double field(const std::string& line, const std::string& key) {
 }
 
 TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
+    // Victims of another build (VANTREL_FAULT_VICTIMS: Windows programs under Wine) start far more slowly.
+    const bool externalVictims = std::getenv("VANTREL_FAULT_VICTIMS") != nullptr;
     const std::string out = run("'" + std::string(FAULT_PEER) + "' scenario " + std::to_string(vantrel::test::domainId()) +
                                 " 4 2000 1500");
     const auto at = out.find("scenario rounds=");
@@ -41,7 +43,7 @@ TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
     EXPECT_GT(field(line, "sent"), 0) << line;
     EXPECT_LT(field(line, "longest_send_ms"), 500) << line;
     EXPECT_GE(field(line, "restart_to_first_ms_max"), 0) << line;
-    EXPECT_LT(field(line, "restart_to_first_ms_max"), 5000) << line;
+    EXPECT_LT(field(line, "restart_to_first_ms_max"), externalVictims ? 60000 : 5000) << line;
 }
 
 }  // namespace

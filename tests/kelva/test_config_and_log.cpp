@@ -1,7 +1,6 @@
 // The toolkit configuration (file, environment, defaults, QoS rules) and the logger (levels, lines not
 // built when their level is off, sinks).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -14,6 +13,7 @@
 #include "kelva/access/QosPattern.h"
 #include "kelva/config/Config.h"
 #include "kelva/utils/Log.h"
+#include "kelva/utils/System.h"
 #include "vantrel/test/LogCapture.h"
 
 namespace {
@@ -32,7 +32,7 @@ protected:
     void SetUp() override {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         m_dir = fs::temp_directory_path() /
-                ("kelva-test-" + std::to_string(::getpid()) + "-" + info->test_suite_name() + "-" + info->name());
+                ("kelva-test-" + std::to_string(kelva::utils::system::processId()) + "-" + info->test_suite_name() + "-" + info->name());
         fs::remove_all(m_dir);
         fs::create_directories(m_dir);
     }
@@ -168,6 +168,15 @@ TEST_F(Configuration, MissingFileNamesTheFile) {
     }
 }
 
+#if defined(_WIN32)
+// The C runtime's environment: the one std::getenv reads. An empty value removes the variable.
+int setenv(const char* name, const char* value, int) { return ::_putenv_s(name, value); }
+int unsetenv(const char* name) { return ::_putenv_s(name, ""); }
+#else
+using ::setenv;
+using ::unsetenv;
+#endif
+
 // Sets or clears KELVA_CONFIG for one test and restores it after.
 class EnvironmentVariable {
 public:
@@ -175,11 +184,11 @@ public:
         if (const char* value = std::getenv(name)) m_saved = value;
     }
     ~EnvironmentVariable() {
-        if (m_saved) ::setenv(m_name, m_saved->c_str(), 1);
-        else ::unsetenv(m_name);
+        if (m_saved) setenv(m_name, m_saved->c_str(), 1);
+        else unsetenv(m_name);
     }
-    void set(const std::string& value) { ::setenv(m_name, value.c_str(), 1); }
-    void clear() { ::unsetenv(m_name); }
+    void set(const std::string& value) { setenv(m_name, value.c_str(), 1); }
+    void clear() { unsetenv(m_name); }
 
 private:
     const char* m_name;

@@ -105,13 +105,13 @@ TEST(Pointing, ObjectManagerClosedFlagHasThreeStatesAndKeySetsAreUneven) {
 }
 
 TEST(Pointing, ObjectManagerPointsAreKeyedById) {
-    M_ObjectManager::PointObjectType near, far;
-    far.SourcePosition.CoordinateFrame = "far";
-    ASSERT_NE(near, far);
+    M_ObjectManager::PointObjectType nearby, distant;
+    distant.SourcePosition.CoordinateFrame = "distant";
+    ASSERT_NE(nearby, distant);
     modtest::expectSeparateInstances<M_ObjectManager::Service, M_ObjectManager::Client, ObjectClient>(
         [](M_ObjectManager::Service& s, const M_ObjectManager::ReportPoint& p, bool d) { s->ReportPoint(p.KeyId, p.Obj, d); },
-        [](const M_ObjectManager::ReportPoint& p) { return p.KeyId; }, M_ObjectManager::ReportPoint("p1", near),
-        M_ObjectManager::ReportPoint("p1", far), M_ObjectManager::ReportPoint("p2", near));
+        [](const M_ObjectManager::ReportPoint& p) { return p.KeyId; }, M_ObjectManager::ReportPoint("p1", nearby),
+        M_ObjectManager::ReportPoint("p1", distant), M_ObjectManager::ReportPoint("p2", nearby));
 }
 
 struct MissionService : M_MissionCtrl::IService {

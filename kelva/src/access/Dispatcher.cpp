@@ -1,6 +1,8 @@
 #include "kelva/access/Dispatcher.h"
 
-#include <cxxabi.h>
+#if defined(__GLIBCXX__)
+#include <cxxabi.h>  // abi::__forced_unwind
+#endif
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "kelva/utils/Log.h"
+#include "kelva/utils/System.h"
 
 namespace kelva::access {
 
@@ -72,6 +75,7 @@ void Dispatcher::release(std::unique_ptr<Dispatcher> dispatcher) {
 }
 
 void Dispatcher::run() {
+    utils::system::nameThisThread("kelva-dispatch");
     loop();
     m_keepAlive.clear();
     if (m_deleteWhenDone) delete this;
@@ -105,11 +109,15 @@ void Dispatcher::loop() {
                 (*handler)();
             } catch (const std::exception& e) {
                 utils::log::error() << "Dispatcher: handler threw: " << e.what();
-            } catch (abi::__forced_unwind&) {
+            }
+#if defined(__GLIBCXX__)
+            catch (abi::__forced_unwind&) {
                 // The thread is being ended (pthread_exit or cancellation, as an embedding interpreter does
                 // at its exit to a thread that asks for its lock): the unwinding must go on, or it aborts.
                 throw;
-            } catch (...) {
+            }
+#endif
+            catch (...) {
                 utils::log::error() << "Dispatcher: handler threw an unknown exception";
             }
             m_keepAlive.clear();

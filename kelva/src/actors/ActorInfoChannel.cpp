@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "kelva/access/GuardedTopic.h"
 #include "kelva/utils/Log.h"
 #include "kelva_intern.h"
 
@@ -25,7 +26,7 @@ const char* text(const char* s) { return s ? s : ""; }
 ActorInfoChannel::ActorInfoChannel(dds_entity_t participant, std::string sessionId) : m_sessionId(std::move(sessionId)) {
     dds_qos_t* qos = channelQos();
     const dds_entity_t topic =
-        dds_create_topic(participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
+        access::createGuardedTopic(participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
     if (topic < 0) {
         utils::log::error() << "ActorInfoChannel: cannot create topic kelva_intern_ActorInfo: " << dds_strretcode(topic);
         dds_delete_qos(qos);

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <stdexcept>
 
+#include "kelva/access/GuardedTopic.h"
 #include "kelva/actors/Session.h"
 #include "kelva/utils/System.h"
 #include "kelva_intern.h"
@@ -31,7 +32,7 @@ void publishOnce(dds_entity_t publisher, const dds_topic_descriptor_t* descripto
                  const T& sample) {
     dds_qos_t* qos = infoQos();
     const dds_entity_t participant = dds_get_participant(publisher);
-    const dds_entity_t topic = dds_create_topic(participant, descriptor, topicName, qos, nullptr);
+    const dds_entity_t topic = access::createGuardedTopic(participant, descriptor, topicName, qos, nullptr);
     if (topic >= 0) {
         const dds_entity_t writer = dds_create_writer(publisher, topic, qos, nullptr);
         if (writer >= 0) dds_write(writer, &sample);

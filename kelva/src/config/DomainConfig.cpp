@@ -1,4 +1,10 @@
+#if defined(_WIN32)
+#include <winsock2.h>
+#include <ws2tcpip.h>  // inet_pton
+#undef interface        // a macro of the Windows headers; Network::interface is a member here
+#else
 #include <arpa/inet.h>
+#endif
 
 #include <map>
 #include <mutex>

@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "kelva/base/Platform.h"
@@ -38,6 +39,11 @@ std::string programName() {
     char buffer[4096] = {};
     const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
     return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
+}
+
+void nameThisThread(const std::string& name) {
+    // Linux keeps at most 15 characters of a thread's name.
+    ::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
 }
 
 }  // namespace kelva::utils::system

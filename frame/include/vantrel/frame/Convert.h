@@ -16,13 +16,15 @@
 #include <utility>
 #include <vector>
 
+#include "vantrel/Export.h"
+
 namespace vantrel::frame {
 
 // Owns the arrays that one message's conversion needed; lives as long as the message. The memory comes from
 // a per-thread arena that is reused from one message to the next, so a thread that converted a message of
 // some size converts the next one like it without allocating. Scratches on one thread nest (a send from a
 // plug-in hook during a send): each gives back exactly what was taken after it was made.
-class Scratch {
+class VANTREL_EXPORT Scratch {
 public:
     Scratch() noexcept;
     ~Scratch();
@@ -45,7 +47,7 @@ private:
 };
 
 // A value that cannot go on the wire; names the type and member.
-[[noreturn]] void refuse(const char* where, const std::string& what);
+[[noreturn]] VANTREL_EXPORT void refuse(const char* where, const std::string& what);
 
 // Numbers and bools.
 template <class W, class A, std::enable_if_t<std::is_arithmetic_v<A> && std::is_arithmetic_v<W>, int> = 0>

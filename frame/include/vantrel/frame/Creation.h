@@ -7,13 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "vantrel/Export.h"
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SimpleActor.h"
 #include "vantrel/frame/FacadeCore.h"
 
 namespace vantrel::frame {
 
-struct FacadeAccess {
+struct VANTREL_EXPORT FacadeAccess {
     template <class Facade>
     static Facade make(std::weak_ptr<kelva::actors::IActor> actor, bool write, bool read,
                        std::shared_ptr<kelva::actors::Session> session,

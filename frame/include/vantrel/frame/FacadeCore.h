@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "vantrel/Export.h"
 #include "kelva/actors/ActorInfo.h"
 
 namespace kelva::actors {
@@ -20,7 +21,7 @@ struct FacadeAccess;
 
 // The logic of the facade operations, once for every module. The generated Client and Service expose it
 // through operations of their own (each traces its own signature on entry).
-class FacadeCore {
+class VANTREL_EXPORT FacadeCore {
 public:
     FacadeCore(const FacadeCore&) = delete;
     FacadeCore& operator=(const FacadeCore&) = delete;
@@ -75,10 +76,10 @@ private:
 };
 
 // The process-wide sessions of the toolkit's session factory, by domain.
-std::shared_ptr<kelva::actors::Session> sessionFor(int domain);
-std::shared_ptr<kelva::actors::MonitorSession> monitorSessionFor(int domain);
+VANTREL_EXPORT std::shared_ptr<kelva::actors::Session> sessionFor(int domain);
+VANTREL_EXPORT std::shared_ptr<kelva::actors::MonitorSession> monitorSessionFor(int domain);
 
 // Writes the default body's warning for an operation the application did not override.
-void defaultBody(const char* qualifiedOperation);
+VANTREL_EXPORT void defaultBody(const char* qualifiedOperation);
 
 }  // namespace vantrel::frame

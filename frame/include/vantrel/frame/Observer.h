@@ -13,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include "vantrel/Export.h"
 #include "kelva/access/TopicPoolRead.h"
 #include "kelva/actors/SimpleActor.h"
 #include "kelva/base/PluginLoader.h"
@@ -22,7 +23,7 @@
 
 namespace vantrel::frame {
 
-class ObserverCore {
+class VANTREL_EXPORT ObserverCore {
 public:
     ObserverCore(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolRead& pool, kelva::base::PluginLoader& loader)
         : m_actor(actor), m_pool(pool), m_loader(loader) {}

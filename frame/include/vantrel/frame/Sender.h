@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "vantrel/Export.h"
 #include "kelva/access/TopicPoolWrite.h"
 #include "kelva/actors/SessionImpl.h"
 #include "kelva/actors/SimpleActor.h"
@@ -14,7 +15,7 @@
 
 namespace vantrel::frame {
 
-class SenderCore {
+class VANTREL_EXPORT SenderCore {
 public:
     using AnyHook = void (*)();
 

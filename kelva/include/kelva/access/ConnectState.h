@@ -7,9 +7,11 @@
 #include <mutex>
 #include <string>
 
+#include "kelva/Export.h"
+
 namespace kelva::access {
 
-class ConnectState {
+class KELVA_EXPORT ConnectState {
 public:
     ConnectState(std::string nameModule, std::string nameTopic, std::string nameType)
         : m_nameModule(std::move(nameModule)), m_nameTopic(std::move(nameTopic)), m_nameType(std::move(nameType)) {}

@@ -1,30 +1,26 @@
 #pragma once
-// Process-wide counts of what the DDS layer reported as not delivered to this process's readers: samples
-// lost (a writer no longer had them when this reader asked, e.g. a writer's bounded history overtook a
-// reader that fell behind) and samples rejected (a reader's resource limits). Each event is also logged at
-// warn level by the reader's listener; the counts let an application or a test see them without parsing logs.
-#include <atomic>
+// Process-wide counts of what was not delivered to this process's readers: samples lost (a writer no longer
+// had them when this reader asked, e.g. a writer's bounded history overtook a reader that fell behind),
+// samples rejected (a reader's resource limits) and malformed samples (received bytes that the sample
+// guard or the DDS layer's validation refused; see GuardedTopic.h). Lost and rejected samples are also
+// logged at warn level by the reader's listener, malformed ones once per writer by the guard; the counts
+// let an application or a test see them without parsing logs.
+// The counters live in the library (DeliveryStats.cpp), so every module of a process shares them.
 #include <cstdint>
+
+#include "kelva/Export.h"
 
 namespace kelva::access {
 
-class DeliveryStats {
+class KELVA_EXPORT DeliveryStats {
 public:
-    static uint64_t samplesLost() noexcept { return lost().load(std::memory_order_relaxed); }
-    static uint64_t samplesRejected() noexcept { return rejected().load(std::memory_order_relaxed); }
+    static uint64_t samplesLost() noexcept;
+    static uint64_t samplesRejected() noexcept;
+    static uint64_t samplesMalformed() noexcept;
 
-    static void addLost(uint64_t n) noexcept { lost().fetch_add(n, std::memory_order_relaxed); }
-    static void addRejected(uint64_t n) noexcept { rejected().fetch_add(n, std::memory_order_relaxed); }
-
-private:
-    static std::atomic<uint64_t>& lost() noexcept {
-        static std::atomic<uint64_t> count{0};
-        return count;
-    }
-    static std::atomic<uint64_t>& rejected() noexcept {
-        static std::atomic<uint64_t> count{0};
-        return count;
-    }
+    static void addLost(uint64_t n) noexcept;
+    static void addRejected(uint64_t n) noexcept;
+    static void addMalformed(uint64_t n) noexcept;
 };
 
 }  // namespace kelva::access

@@ -12,9 +12,11 @@
 #include <thread>
 #include <vector>
 
+#include "kelva/Export.h"
+
 namespace kelva::access {
 
-class Dispatcher {
+class KELVA_EXPORT Dispatcher {
 public:
     using Handler = std::function<void()>;
 

@@ -3,6 +3,7 @@
 // listener also keeps the topic's connection state.
 #include <dds/dds.h>
 
+#include "kelva/Export.h"
 #include "kelva/access/ConnectState.h"
 #include "kelva/access/DeliveryStats.h"
 #include "kelva/access/QosPattern.h"
@@ -12,7 +13,7 @@
 namespace kelva::access {
 
 // Owns a dds_listener_t whose callbacks receive `self` as argument.
-class ListenerBase {
+class KELVA_EXPORT ListenerBase {
 public:
     ListenerBase() : m_listener(dds_create_listener(this)) {}
     ~ListenerBase() { dds_delete_listener(m_listener); }

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/config/Config.h"
 
 namespace kelva::access {
 
-class QosPattern {
+class KELVA_EXPORT QosPattern {
 public:
     explicit QosPattern(const config::QosRule& rule);
     ~QosPattern();
@@ -32,14 +33,14 @@ private:
 };
 
 // Name of a DDS QoS policy id, for log texts ("Reliability", "Durability", ...).
-const char* policyName(unsigned policyId);
+KELVA_EXPORT const char* policyName(unsigned policyId);
 
 }  // namespace kelva::access
 
 namespace kelva::access {
 
 // One QosPattern per configured rule, built once per session; looked up by topic name.
-class QosPatterns {
+class KELVA_EXPORT QosPatterns {
 public:
     explicit QosPatterns(const config::Config& config);
     const QosPattern& forTopic(const std::string& topicName) const;

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "kelva/Export.h"
 #include "kelva/access/Dispatcher.h"
 #include "kelva/access/Listener.h"
 #include "kelva/access/QosPattern.h"
@@ -19,7 +20,7 @@
 
 namespace kelva::access {
 
-class IReader {
+class KELVA_EXPORT IReader {
 public:
     virtual ~IReader() = default;
     // Detaches from the dispatcher and deletes the DDS reader; idempotent.

@@ -5,13 +5,15 @@
 #include <stdexcept>
 #include <string>
 
+#include "kelva/Export.h"
+#include "kelva/access/GuardedTopic.h"
 #include "kelva/access/Listener.h"
 #include "kelva/access/TypeTraits.h"
 
 namespace kelva::access {
 
 // A DDS topic of a pool, by its mapped name.
-class ITopic {
+class KELVA_EXPORT ITopic {
 public:
     virtual ~ITopic() = default;
     virtual dds_entity_t entity() const = 0;
@@ -23,8 +25,8 @@ template <class T>
 class Topic final : public ITopic {
 public:
     Topic(dds_entity_t participant, std::string name, const dds_qos_t* qos) : m_name(std::move(name)) {
-        m_entity = dds_create_topic(participant, TypeTraits<T>::descriptor(), m_name.c_str(), qos,
-                                    m_listener.listener());
+        m_entity = createGuardedTopic(participant, TypeTraits<T>::descriptor(), m_name.c_str(), qos,
+                                      m_listener.listener());
         if (m_entity < 0)
             throw std::runtime_error("dds_create_topic(" + m_name + "): " + dds_strretcode(m_entity));
     }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/access/QosPattern.h"
 #include "kelva/access/Topic.h"
 #include "kelva/access/TopicStrategyMapChars.h"
@@ -16,7 +17,7 @@
 
 namespace kelva::access {
 
-class TopicPool {
+class KELVA_EXPORT TopicPool {
 public:
     TopicPool(dds_entity_t participant, const QosPatterns& qos, std::string prefix, std::string moduleName)
         : m_participant(participant), m_qos(qos), m_prefix(std::move(prefix)), m_moduleName(std::move(moduleName)) {}

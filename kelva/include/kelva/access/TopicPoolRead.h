@@ -3,12 +3,13 @@
 #include <stdexcept>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/access/Reader.h"
 #include "kelva/access/TopicPool.h"
 
 namespace kelva::access {
 
-class TopicPoolRead : public TopicPool {
+class KELVA_EXPORT TopicPoolRead : public TopicPool {
 public:
     TopicPoolRead(dds_entity_t participant, const QosPatterns& qos, std::string prefix, std::string moduleName,
                   Dispatcher& dispatcher);

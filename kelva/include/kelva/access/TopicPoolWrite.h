@@ -3,12 +3,13 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "kelva/Export.h"
 #include "kelva/access/TopicPool.h"
 #include "kelva/access/Writer.h"
 
 namespace kelva::access {
 
-class TopicPoolWrite : public TopicPool {
+class KELVA_EXPORT TopicPoolWrite : public TopicPool {
 public:
     TopicPoolWrite(dds_entity_t participant, const QosPatterns& qos, std::string prefix, std::string moduleName);
     ~TopicPoolWrite() override;

@@ -3,9 +3,11 @@
 // outside [A-Za-z0-9_] becomes "_". Both sides of a contract use this one mapping.
 #include <string>
 
+#include "kelva/Export.h"
+
 namespace kelva::access {
 
-class TopicStrategyMapChars {
+class KELVA_EXPORT TopicStrategyMapChars {
 public:
     std::string get(const std::string& className) const;
 };

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/access/ConnectState.h"
 #include "kelva/access/Listener.h"
 #include "kelva/access/QosPattern.h"
@@ -12,7 +13,7 @@
 
 namespace kelva::access {
 
-class IWriter {
+class KELVA_EXPORT IWriter {
 public:
     virtual ~IWriter() = default;
     virtual ConnectState& connectState() = 0;

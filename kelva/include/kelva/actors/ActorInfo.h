@@ -2,10 +2,12 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
+
 namespace kelva::actors {
 
 // The description of an actor, as a facade's actorInfo() returns it and as the session publishes it.
-struct ActorInfo {
+struct KELVA_EXPORT ActorInfo {
     std::string actorId;
     std::string sessionId;
     std::string name;
@@ -17,7 +19,7 @@ struct ActorInfo {
 };
 
 // About the operation being dispatched to the application right now (valid only during the call).
-struct CallbackInfo {
+struct KELVA_EXPORT CallbackInfo {
     std::string actorId;      // the receiving actor
     std::string moduleName;
     std::string senderId;     // kelva_sending_actor of the received message

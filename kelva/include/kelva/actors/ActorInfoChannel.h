@@ -11,11 +11,12 @@
 #include <string>
 #include <utility>
 
+#include "kelva/Export.h"
 #include "kelva/actors/ActorInfo.h"
 
 namespace kelva::actors {
 
-class ActorInfoChannel {
+class KELVA_EXPORT ActorInfoChannel {
 public:
     // Creates the topic, the writer and the reader on `participant`; `sessionId` marks this session's own
     // descriptions, which the version check skips. Failures are logged; the channel then does nothing.

@@ -1,12 +1,14 @@
 #pragma once
 #include <memory>
 
+#include "kelva/Export.h"
+
 namespace kelva::actors {
 
 class SessionImpl;
 class SimpleActor;
 
-class IActor {
+class KELVA_EXPORT IActor {
 public:
     // Slot order matters to code built against this interface: destructor, shut-down, validity.
     virtual ~IActor() = default;

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/actors/IActor.h"
 
 namespace kelva::actors {
 
-class MultiplexActor : public IActor {
+class KELVA_EXPORT MultiplexActor : public IActor {
 public:
     using Factory = std::function<std::shared_ptr<SimpleActor>(std::shared_ptr<SessionImpl>, const std::string&)>;
 

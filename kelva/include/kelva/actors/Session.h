@@ -3,11 +3,12 @@
 // MonitorSession is the same machinery meant for read-only monitoring.
 #include <memory>
 
+#include "kelva/Export.h"
 #include "kelva/actors/SessionImpl.h"
 
 namespace kelva::actors {
 
-class Session {
+class KELVA_EXPORT Session {
 public:
     // A new session (participant) on `domainId`, configured from the environment (KELVA_CONFIG).
     explicit Session(int domainId);
@@ -23,7 +24,7 @@ private:
     std::shared_ptr<SessionImpl> m_impl;
 };
 
-class MonitorSession {
+class KELVA_EXPORT MonitorSession {
 public:
     explicit MonitorSession(int domainId);
     MonitorSession(int domainId, const config::Config& config);
@@ -39,7 +40,7 @@ private:
 };
 
 // Process-wide sessions by domain, created on first request and shared afterwards.
-class SessionFactory {
+class KELVA_EXPORT SessionFactory {
 public:
     static SessionFactory& instance();
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/access/Dispatcher.h"
 #include "kelva/access/QosPattern.h"
 #include "kelva/actors/ActorInfo.h"
@@ -26,7 +27,7 @@ namespace kelva::actors {
 class Session;
 class MonitorSession;
 
-class SessionImpl : public std::enable_shared_from_this<SessionImpl> {
+class KELVA_EXPORT SessionImpl : public std::enable_shared_from_this<SessionImpl> {
 public:
     // Creates the participant on `domainId` with `config` (loads its plug-ins; throws on failure).
     static std::shared_ptr<SessionImpl> create(int domainId, const config::Config& config, bool isMonitor);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/access/TopicPoolRead.h"
 #include "kelva/access/TopicPoolWrite.h"
 #include "kelva/actors/ActorInfo.h"
@@ -18,7 +19,7 @@
 
 namespace kelva::actors {
 
-class SimpleActor : public IActor, public std::enable_shared_from_this<SimpleActor> {
+class KELVA_EXPORT SimpleActor : public IActor, public std::enable_shared_from_this<SimpleActor> {
 public:
     SimpleActor(const std::shared_ptr<SessionImpl>& session, std::string actorId, std::string name,
                 std::string moduleName);

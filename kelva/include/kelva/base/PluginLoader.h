@@ -6,12 +6,13 @@
 #include <utility>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/base/Platform.h"
 #include "kelva/utils/Log.h"
 
 namespace kelva::base {
 
-class PluginLoader {
+class KELVA_EXPORT PluginLoader {
 public:
     struct Plugin {
         std::string name;

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/utils/Log.h"
 
 namespace kelva::config {
 
-class ConfigError : public std::runtime_error {
+class KELVA_EXPORT ConfigError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -20,7 +21,7 @@ enum class Durability { Volatile, TransientLocal };
 enum class Reliability { Reliable, BestEffort };
 
 // Quality of service of the topics whose mapped name matches `match` (a glob: '*' and '?').
-struct QosRule {
+struct KELVA_EXPORT QosRule {
     std::string match;
     Reliability reliability = Reliability::Reliable;
     Durability durability = Durability::Volatile;
@@ -36,13 +37,13 @@ struct QosRule {
     int maxBlockingTimeMs = 1000;
 };
 
-struct Plugin {
+struct KELVA_EXPORT Plugin {
     std::string name;
     std::string path;
 };
 
 // The network of this process's sessions. Empty: the DDS layer's own configuration (CYCLONEDDS_URI).
-struct Network {
+struct KELVA_EXPORT Network {
     std::vector<std::string> ddsConfig;  // DDS configuration files, absolute paths, later ones override
     std::string interface;               // the one network interface DDS uses: a name or an IPv4 address
     std::vector<std::string> peers;      // unicast discovery addresses, beside multicast discovery
@@ -51,7 +52,7 @@ struct Network {
 };
 
 // DDS security (authentication, access control, encryption): every file, absolute paths. All or none.
-struct Security {
+struct KELVA_EXPORT Security {
     std::string identityCa;
     std::string identityCertificate;
     std::string privateKey;
@@ -62,7 +63,7 @@ struct Security {
     bool enabled() const { return !identityCa.empty(); }
 };
 
-struct Config {
+struct KELVA_EXPORT Config {
     utils::log::Level logLevel = utils::log::Level::warn;
     std::string logSink = "stderr";
     std::string topicPrefix = "VendorData::";      // removed from a class name before it is mapped
@@ -88,6 +89,6 @@ struct Config {
 };
 
 // Glob match with '*' (any run) and '?' (one character).
-bool globMatch(const std::string& pattern, const std::string& text);
+KELVA_EXPORT bool globMatch(const std::string& pattern, const std::string& text);
 
 }  // namespace kelva::config

@@ -7,11 +7,12 @@
 #include <memory>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/config/Config.h"
 
 namespace kelva::config {
 
-class Participant {
+class KELVA_EXPORT Participant {
 public:
     // Throws ConfigError when a security file fails its check (nothing is created then) and
     // std::runtime_error when the DDS layer refuses the domain or the participant.
@@ -29,11 +30,11 @@ private:
 
 // The DDS configuration text of a [network] section: its files as URIs, then an XML fragment with the
 // interface and the peers. Empty for an unconfigured network.
-std::string domainConfigText(const Network& network);
+KELVA_EXPORT std::string domainConfigText(const Network& network);
 
 // The participant QoS that turns on authentication, access control and encryption with the DDS layer's
 // plug-ins and the given files, checked first by kelva::security::checkFiles (ConfigError naming the file).
 // The caller deletes it.
-dds_qos_t* securityQos(const Security& security);
+KELVA_EXPORT dds_qos_t* securityQos(const Security& security);
 
 }  // namespace kelva::config

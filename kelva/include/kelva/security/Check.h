@@ -5,6 +5,7 @@
 #include <ctime>
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/config/Config.h"
 
 namespace kelva::security {
@@ -14,6 +15,6 @@ namespace kelva::security {
 // signed by the permissions CA and unchanged, each the document it should be; a grant of the permissions
 // for the identity certificate's subject, in force at `now`. Returns that subject. Throws
 // config::ConfigError "<file>: <what is wrong>".
-std::string checkFiles(const config::Security& files, std::time_t now = std::time(nullptr));
+KELVA_EXPORT std::string checkFiles(const config::Security& files, std::time_t now = std::time(nullptr));
 
 }  // namespace kelva::security

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "kelva/Export.h"
 #include "kelva/security/KeyMaterial.h"
 
 namespace kelva::security {
@@ -18,7 +19,7 @@ struct DomainRange {
 // One domain rule over `domains`: authenticated participants only, join access control, discovery and
 // liveliness encrypted, and one rule for every topic ('*'): access control on, metadata and data
 // encrypted. `rtpsProtection` is NONE, SIGN or ENCRYPT (std::invalid_argument otherwise).
-std::string governanceXml(const std::vector<DomainRange>& domains, const std::string& rtpsProtection);
+KELVA_EXPORT std::string governanceXml(const std::vector<DomainRange>& domains, const std::string& rtpsProtection);
 
 // One grant: what `subject` may publish and subscribe (topic names or patterns, in any partition) in
 // `domains` during `validity`; everything else is denied.
@@ -30,7 +31,7 @@ struct PermissionsGrant {
     std::set<std::string> subscribe;
 };
 // `note` becomes a comment at the top (who, what for).
-std::string permissionsXml(const PermissionsGrant& grant, const std::string& note);
+KELVA_EXPORT std::string permissionsXml(const PermissionsGrant& grant, const std::string& note);
 
 // What the checks read of a permissions document: each grant's subject and validity.
 struct GrantTerms {
@@ -39,12 +40,12 @@ struct GrantTerms {
 };
 // ConfigError beginning with `origin` when the text is not XML, not a permissions document, or a grant
 // lacks its subject or a readable validity.
-std::vector<GrantTerms> readGrants(const std::string& xml, const std::string& origin);
+KELVA_EXPORT std::vector<GrantTerms> readGrants(const std::string& xml, const std::string& origin);
 // ConfigError beginning with `origin` when the text is not XML or not a governance document.
-void readGovernance(const std::string& xml, const std::string& origin);
+KELVA_EXPORT void readGovernance(const std::string& xml, const std::string& origin);
 
 // Whether two subject names are the same name as the DDS layer compares them: the same attributes in any
 // order, each exactly as written ("CN=a,O=b" is "O=b,CN=a"; "CN=a, O=b" and "cn=a,O=b" are other names).
-bool sameSubject(const std::string& a, const std::string& b);
+KELVA_EXPORT bool sameSubject(const std::string& a, const std::string& b);
 
 }  // namespace kelva::security

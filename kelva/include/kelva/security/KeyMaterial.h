@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include "kelva/Export.h"
+
 struct evp_pkey_st;
 struct x509_st;
 
@@ -21,12 +23,12 @@ struct Validity {
 };
 
 // "2031-05-01T09:30:00" (UTC, the form of the permissions documents).
-std::string isoTime(std::time_t t);
+KELVA_EXPORT std::string isoTime(std::time_t t);
 
 // The whole of a file, for the checks: ConfigError "<path>: cannot be read: <reason>" or "<path>: is empty".
-std::string readFile(const std::string& path);
+KELVA_EXPORT std::string readFile(const std::string& path);
 
-class PrivateKey {
+class KELVA_EXPORT PrivateKey {
 public:
     // A new EC key on prime256v1 (the DDS layer's authentication takes that or RSA 2048).
     static PrivateKey generate();
@@ -42,7 +44,7 @@ private:
     std::shared_ptr<evp_pkey_st> m_key;
 };
 
-class Certificate {
+class KELVA_EXPORT Certificate {
 public:
     static Certificate fromPem(const std::string& pem, const std::string& origin);
     static Certificate read(const std::string& path) { return fromPem(readFile(path), path); }
@@ -63,7 +65,7 @@ private:
 };
 
 // A certificate authority: its certificate and the key it signs with.
-struct Authority {
+struct KELVA_EXPORT Authority {
     Certificate certificate;
     PrivateKey key;
 
@@ -76,7 +78,7 @@ struct Authority {
 
 // An identity certificate: subject CN=commonName, CA:FALSE, digitalSignature and keyAgreement, signed by
 // the CA.
-Certificate makeIdentityCertificate(const PrivateKey& key, const std::string& commonName, const Authority& ca,
+KELVA_EXPORT Certificate makeIdentityCertificate(const PrivateKey& key, const std::string& commonName, const Authority& ca,
                                     const Validity& validity);
 
 }  // namespace kelva::security

@@ -4,16 +4,17 @@
 // `openssl smime -sign -text` form).
 #include <string>
 
+#include "kelva/Export.h"
 #include "kelva/security/KeyMaterial.h"
 
 namespace kelva::security {
 
-std::string signDocument(const std::string& document, const Authority& signer);
+KELVA_EXPORT std::string signDocument(const std::string& document, const Authority& signer);
 
 // The document inside a signed text, when its signature verifies against `ca`: the signer is the CA or
 // certified by it and no byte of the document changed. Otherwise ConfigError beginning with `origin`, which
 // says which of the two failed; `caOrigin` names the CA in it.
-std::string verifiedDocument(const std::string& signedText, const std::string& origin, const Certificate& ca,
+KELVA_EXPORT std::string verifiedDocument(const std::string& signedText, const std::string& origin, const Certificate& ca,
                              const std::string& caOrigin);
 
 }  // namespace kelva::security

@@ -4,9 +4,11 @@
 // arguments. The receiver recovers the typed wrapper with a checked cast.
 #include <functional>
 
+#include "kelva/Export.h"
+
 namespace kelva::utils::callback {
 
-class Base {
+class KELVA_EXPORT Base {
 public:
     virtual ~Base() = default;
 };

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "kelva/Export.h"
 #include "kelva/utils/System.h"
 
 namespace kelva::utils::log {
@@ -15,10 +16,10 @@ namespace kelva::utils::log {
 enum class Level : int { trace = 0, debug = 1, info = 2, warn = 3, error = 4, fatal = 5, off = 6 };
 
 // Parses "trace", "debug", "info", "warn", "error", "fatal" or "off"; false for anything else.
-bool parseLevel(std::string_view text, Level& out);
-const char* levelName(Level level);
+KELVA_EXPORT bool parseLevel(std::string_view text, Level& out);
+KELVA_EXPORT const char* levelName(Level level);
 
-class Logger {
+class KELVA_EXPORT Logger {
 public:
     // The most verbose level in use: a line of a lower level than this is neither built nor written.
     static Level getHighestUsedLevel() noexcept;
@@ -36,7 +37,7 @@ public:
     static void write(Level level, const std::string& line);
 };
 
-class LineBuilder {
+class KELVA_EXPORT LineBuilder {
 public:
     explicit LineBuilder(Level level) : m_level(level), m_enabled(Logger::isEnabled(level)) {}
     LineBuilder(const LineBuilder&) = delete;
@@ -69,10 +70,19 @@ inline LineBuilder fatal() { return LineBuilder(Level::fatal); }
 
 }  // namespace kelva::utils::log
 
-// Entry trace line "(file:line:signature) ", built only when trace is in use.
+// The full signature of the enclosing function, as the compiler spells it (GCC and Clang, also MinGW-w64:
+// "void M_Alert::SenderIService::CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType&)"; MSVC its own).
+#if defined(_MSC_VER) && !defined(__clang__)
+#define KELVA_FUNCTION_SIGNATURE __FUNCSIG__
+#else
+#define KELVA_FUNCTION_SIGNATURE __PRETTY_FUNCTION__
+#endif
+
+// Entry trace line "(file:line:signature) ", built only when trace is in use; the file name without its
+// directories whichever separator the compiler used.
 #define KELVA_TRACE_ENTRY()                                                                         \
     do {                                                                                            \
         if (::kelva::utils::log::Logger::isEnabled(::kelva::utils::log::Level::trace))              \
             ::kelva::utils::log::trace() << "(" << ::kelva::utils::system::filename(__FILE__) << ":" \
-                                         << __LINE__ << ":" << __PRETTY_FUNCTION__ << ") ";         \
+                                         << __LINE__ << ":" << KELVA_FUNCTION_SIGNATURE << ") ";    \
     } while (0)

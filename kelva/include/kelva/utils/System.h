@@ -1,34 +1,39 @@
 #pragma once
 #include <string>
 
+#include "kelva/Export.h"
+
 namespace kelva::utils::system {
 
 // The last path component of a file path ('/' and '\\' both separate).
-std::string filename(const std::string& path);
+KELVA_EXPORT std::string filename(const std::string& path);
 
-void msSleep(int milliseconds);
+KELVA_EXPORT void msSleep(int milliseconds);
 
 // Process id of this process.
-long processId();
+KELVA_EXPORT long processId();
 
 // Host name of this machine ("unknown" if it cannot be read).
-std::string hostName();
+KELVA_EXPORT std::string hostName();
 
 // The path of this process's program ("" if it cannot be read).
-std::string programName();
+KELVA_EXPORT std::string programName();
+
+// Names the calling thread for debuggers, profilers and crash dumps (best effort, silent on failure).
+KELVA_EXPORT void nameThisThread(const std::string& name);
 
 }  // namespace kelva::utils::system
 
 namespace kelva::utils::string {
 
 // Removes `prefix` from the front of `text` in place if `text` starts with it.
-void removePrefixIf(std::string& text, const std::string& prefix);
+KELVA_EXPORT void removePrefixIf(std::string& text, const std::string& prefix);
 
 }  // namespace kelva::utils::string
 
 namespace kelva::utils::time {
 
 // Seconds since the Unix epoch.
-long long getCurrentUnixTimestamp();
+KELVA_EXPORT long long getCurrentUnixTimestamp();
 
 }  // namespace kelva::utils::time

@@ -1,0 +1,111 @@
+// Malformed samples from a peer built on plain ddsc (malformed_sender.cpp, a separate process) reach a
+// service of ours: the corpus input that crashed the DDS layer's key extraction and a few hundred mutations
+// of keyed and keyless messages. The service process stays up, counts and logs the drops, and then answers
+// a valid command from a normal client.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <mutex>
+#include <regex>
+#include <string>
+
+#include "kelva/access/DeliveryStats.h"
+#include "kelva/actors/Session.h"
+#include "vantrel/M_Alert.h"
+#include "vantrel/M_Sensor.h"
+#include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Support.h"
+
+using vantrel::test::waitUntil;
+
+namespace {
+
+// Reads every operation the sender writes; answers a raised alarm with its log.
+struct AlertService : M_Alert::IService {
+    std::mutex mutex;
+    std::vector<M_Alert::AlarmConditionInfoType> raised;
+    M_Alert::Service* facade = nullptr;
+    void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            raised.push_back(condition);
+        }
+        if (condition.AlarmDescription == "valid") {
+            M_Alert::AlarmLogType log;
+            log.Condition = condition;
+            (*facade)->ReportAlarmLog("answer", log, false);
+        }
+    }
+};
+
+struct AlertClient : M_Alert::IClient {
+    std::mutex mutex;
+    std::vector<std::string> logIds;
+    void ReportAlarmLog(const std::string& id, const M_Alert::AlarmLogType&, bool) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        logIds.push_back(id);
+    }
+    bool has(const std::string& id) {
+        std::lock_guard<std::mutex> lock(mutex);
+        return std::find(logIds.begin(), logIds.end(), id) != logIds.end();
+    }
+};
+
+struct SensorClient : M_Sensor::IClient {
+    void ReportSensorCoverage(const std::string&, const M_Sensor::SensorCoverageType&, bool) override {}
+};
+
+TEST(MalformedSamples, ServiceDropsThemCountsThemAndStillAnswers) {
+    vantrel::test::LogCapture log(kelva::utils::log::Level::warn);
+    const int domain = vantrel::test::domainId();
+    auto serviceSession = std::make_shared<kelva::actors::Session>(domain);
+    AlertService serviceImpl;
+    auto service = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+    serviceImpl.facade = &service;
+    AlertClient reportsImpl;
+    auto reports = M_Alert::Client::create(serviceSession, "alert-reports", reportsImpl);
+    SensorClient sensorImpl;
+    auto sensor = M_Sensor::Client::create(serviceSession, "sensor-reports", sensorImpl);
+    const uint64_t malformedBefore = kelva::access::DeliveryStats::samplesMalformed();
+
+    const std::string command = std::string(MALFORMED_SENDER) + " " + std::to_string(domain) + " " + CORPUS_INPUT;
+    FILE* sender = ::popen(command.c_str(), "r");
+    ASSERT_NE(sender, nullptr);
+    char line[128] = {};
+    const bool said = std::fgets(line, sizeof line, sender) != nullptr;
+    ASSERT_EQ(::pclose(sender), 0) << "the sender failed";
+    int sent = 0;
+    ASSERT_TRUE(said && std::sscanf(line, "sent %d", &sent) == 1) << line;
+    EXPECT_GT(sent, 300);
+
+    // The corpus input and every malformed mutation are dropped before the DDS layer's key extraction.
+    ASSERT_TRUE(waitUntil([&] { return kelva::access::DeliveryStats::samplesMalformed() - malformedBefore >= 100; }));
+    const uint64_t malformed = kelva::access::DeliveryStats::samplesMalformed() - malformedBefore;
+    EXPECT_LE(malformed, static_cast<uint64_t>(sent));
+    // One warning per writer that sent malformed samples, naming the writer.
+    const std::regex dropped("Malformed sample dropped: VendorData::(M_[A-Za-z]+)::I[A-Za-z]+::([A-Za-z]+) from writer "
+                             "[0-9a-f]{8}:[0-9a-f]{8}:[0-9a-f]{8}:[0-9a-f]{8}: .*");
+    std::vector<std::string> lines;
+    for (const auto& text : log.texts(kelva::utils::log::Level::warn))
+        if (text.rfind("Malformed sample dropped: ", 0) == 0) lines.push_back(text);
+    ASSERT_EQ(lines.size(), 3u);
+    for (const auto& text : lines) EXPECT_TRUE(std::regex_match(text, dropped)) << text;
+    const bool corpusNamed = std::any_of(lines.begin(), lines.end(), [](const std::string& t) {
+        return t.find("ReportSensorCoverage") != std::string::npos && t.find("key member") != std::string::npos;
+    });
+    EXPECT_TRUE(corpusNamed);
+
+    // A normal client's valid command is still answered.
+    auto clientSession = std::make_shared<kelva::actors::Session>(domain);
+    AlertClient clientImpl;
+    auto client = M_Alert::Client::create(clientSession, "console", clientImpl);
+    client.waitUntilConnected();
+    const uint64_t malformedSettled = kelva::access::DeliveryStats::samplesMalformed();
+    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "valid"));
+    EXPECT_TRUE(waitUntil([&] { return clientImpl.has("answer"); }));
+    EXPECT_EQ(kelva::access::DeliveryStats::samplesMalformed(), malformedSettled);
+    std::printf("sent %d malformed samples and mutations; dropped as malformed: %llu; valid exchange afterwards: %s\n",
+                sent, static_cast<unsigned long long>(malformed), clientImpl.has("answer") ? "answered" : "none");
+}
+
+}  // namespace

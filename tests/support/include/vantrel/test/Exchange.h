@@ -1,0 +1,39 @@
+#pragma once
+// A two-sided test (one side sends, the other receives and checks) that runs in one process, or split over
+// two processes, possibly on different platforms, that play one side each:
+//   VANTREL_EXCHANGE_ROLE=send|receive   the side this process plays (unset: both)
+//   VANTREL_EXCHANGE_DIR=<folder>        a folder both processes see, where the receiving side marks the
+//                                        steps it has reached and the sending side waits for them
+// Both processes run the same tests in the same order on the same DDS domain (KELVA_TEST_DOMAIN).
+#include <chrono>
+#include <string>
+
+namespace vantrel::test {
+
+class Exchange {
+public:
+    explicit Exchange(std::string test);
+
+    bool sends() const { return m_role != Role::Receive; }
+    bool receives() const { return m_role != Role::Send; }
+
+    // The receiving side has reached `step`: it marks it, and the sending side waits for the mark. True
+    // at once in one process; false when the other process did not get there within bound().
+    bool step(const std::string& step) const;
+
+    // How long a side waits for the other: longer when the other is another process, which may run under
+    // an emulation layer.
+    std::chrono::milliseconds bound() const;
+
+    // The receiving side of a split exchange prints what it checked, for the run's figures:
+    // "[ exchange ] <test>: <operations> operations, <equal> equal, <disposals> disposals".
+    void report(int operations, int equal, int disposals) const;
+
+private:
+    enum class Role { Both, Send, Receive };
+    Role m_role = Role::Both;
+    std::string m_test;
+    std::string m_dir;
+};
+
+}  // namespace vantrel::test
