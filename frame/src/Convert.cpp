@@ -5,6 +5,8 @@
 #include <memory>
 #include <vector>
 
+#include "kelva/utils/System.h"
+
 namespace vantrel::frame {
 
 void refuse(const char* where, const std::string& what) {
@@ -74,8 +76,15 @@ private:
 };
 
 ScratchArena& arena() {
-    thread_local ScratchArena instance;
-    return instance;
+    // A plain pointer per thread (nothing for the runtime to destroy); the arena goes when the thread ends.
+    thread_local ScratchArena* instance = nullptr;
+    if (!instance) {
+        auto created = std::make_unique<ScratchArena>();
+        kelva::utils::system::atThreadExit([](void* arena) { delete static_cast<ScratchArena*>(arena); },
+                                           created.get());
+        instance = created.release();
+    }
+    return *instance;
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <utility>
+#include <vector>
+
 #include "kelva/base/Platform.h"
 #include "kelva/utils/System.h"
 
@@ -44,6 +47,20 @@ std::string programName() {
 void nameThisThread(const std::string& name) {
     // Linux keeps at most 15 characters of a thread's name.
     ::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
+}
+
+namespace {
+struct ThreadExitList {
+    std::vector<std::pair<void (*)(void*), void*>> entries;
+    ~ThreadExitList() {
+        for (auto it = entries.rbegin(); it != entries.rend(); ++it) it->first(it->second);
+    }
+};
+}  // namespace
+
+void atThreadExit(void (*cleanup)(void*), void* object) {
+    thread_local ThreadExitList list;  // glibc runs thread_local destructors before it frees their storage
+    list.entries.emplace_back(cleanup, object);
 }
 
 }  // namespace kelva::utils::system

@@ -6,6 +6,7 @@
 #include <winsock2.h>
 #include <windows.h>
 
+#include <stdexcept>
 #include <string>
 
 #include "kelva/base/Platform.h"
@@ -81,6 +82,31 @@ void nameThisThread(const std::string& name) {
     if (!setDescription) return;
     const std::wstring wide(name.begin(), name.end());  // thread names are ASCII
     setDescription(::GetCurrentThread(), wide.c_str());
+}
+
+namespace {
+// A thread's cleanups, a list in one fiber-local slot whose callback the system runs when the thread ends.
+struct ThreadExitEntry {
+    void (*cleanup)(void*);
+    void* object;
+    ThreadExitEntry* next;
+};
+
+void WINAPI runThreadExit(void* data) {
+    for (auto* entry = static_cast<ThreadExitEntry*>(data); entry;) {
+        ThreadExitEntry* next = entry->next;
+        entry->cleanup(entry->object);
+        delete entry;
+        entry = next;
+    }
+}
+}  // namespace
+
+void atThreadExit(void (*cleanup)(void*), void* object) {
+    static const DWORD slot = ::FlsAlloc(runThreadExit);
+    if (slot == FLS_OUT_OF_INDEXES) throw std::runtime_error("FlsAlloc: no fiber-local slot left");
+    auto* head = static_cast<ThreadExitEntry*>(::FlsGetValue(slot));
+    ::FlsSetValue(slot, new ThreadExitEntry{cleanup, object, head});
 }
 
 }  // namespace kelva::utils::system

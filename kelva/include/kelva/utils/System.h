@@ -22,6 +22,11 @@ KELVA_EXPORT std::string programName();
 // Names the calling thread for debuggers, profilers and crash dumps (best effort, silent on failure).
 KELVA_EXPORT void nameThisThread(const std::string& name);
 
+// Calls `cleanup(object)` when the calling thread ends, the latest registration first. Per-thread objects
+// with a destructor use this instead of a thread_local object: the MinGW-w64 runtime can free a thread's
+// thread_local storage before it runs their destructors, which then free what is no longer theirs.
+KELVA_EXPORT void atThreadExit(void (*cleanup)(void*), void* object);
+
 }  // namespace kelva::utils::system
 
 namespace kelva::utils::string {
