@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "kelva/utils/System.h"
+
 namespace vantrel::catalog {
 
 Role OperationInfo::sender() const {
@@ -42,36 +44,14 @@ const OperationInfo* findOperationByType(const std::string& typeName) {
     return nullptr;
 }
 
-bool globMatch(const char* pattern, const char* text) {
-    // Iterative matching with one backtracking point for the last '*'.
-    const char* star = nullptr;
-    const char* resume = nullptr;
-    while (*text) {
-        if (*pattern == '*') {
-            star = pattern++;
-            resume = text;
-        } else if (*pattern == '?' || *pattern == *text) {
-            ++pattern;
-            ++text;
-        } else if (star) {
-            pattern = star + 1;
-            text = ++resume;
-        } else {
-            return false;
-        }
-    }
-    while (*pattern == '*') ++pattern;
-    return *pattern == '\0';
-}
-
 std::vector<const OperationInfo*> matchOperations(const std::string& pattern) {
     const bool modulePattern = pattern.find('.') == std::string::npos;
     std::vector<const OperationInfo*> out;
     for (const ModuleInfo* m : modules()) {
-        if (modulePattern && !globMatch(pattern.c_str(), m->name)) continue;
+        if (modulePattern && !kelva::utils::string::globMatch(pattern, m->name)) continue;
         for (uint32_t i = 0; i < m->operationCount; ++i) {
             const OperationInfo& op = m->operations[i];
-            if (modulePattern || globMatch(pattern.c_str(), op.qualifiedName().c_str())) out.push_back(&op);
+            if (modulePattern || kelva::utils::string::globMatch(pattern, op.qualifiedName())) out.push_back(&op);
         }
     }
     return out;

@@ -282,7 +282,7 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
 }
 
 TEST(GlobMatch, StarAndQuestionMark) {
-    using kelva::config::globMatch;
+    using kelva::utils::string::globMatch;
     EXPECT_TRUE(globMatch("*", ""));
     EXPECT_TRUE(globMatch("*", "anything"));
     EXPECT_TRUE(globMatch("", ""));
@@ -296,6 +296,7 @@ TEST(GlobMatch, StarAndQuestionMark) {
     EXPECT_TRUE(globMatch("a*c", "abbbc"));
     EXPECT_FALSE(globMatch("a*c", "abbbd"));
     EXPECT_TRUE(globMatch("*x", "axbx"));
+    EXPECT_TRUE(globMatch("*a", "*ba"));  // '*' in the text is a character like any other
     EXPECT_TRUE(globMatch("a*b*c", "aXbYc"));
     EXPECT_FALSE(globMatch("a*b", "aXbY"));
     EXPECT_TRUE(globMatch("*_IClient_Report*", "M_Alert_IClient_ReportAlertStatus"));

@@ -1,5 +1,7 @@
 #include "kelva/access/QosPattern.h"
 
+#include "kelva/utils/System.h"
+
 namespace kelva::access {
 
 QosPattern::QosPattern(const config::QosRule& rule)
@@ -36,7 +38,7 @@ QosPatterns::QosPatterns(const config::Config& config) : m_rules(config.qos) {
 
 const QosPattern& QosPatterns::forTopic(const std::string& topicName) const {
     for (std::size_t i = 0; i < m_rules.size(); ++i)
-        if (config::globMatch(m_rules[i].match, topicName)) return *m_patterns[i];
+        if (utils::string::globMatch(m_rules[i].match, topicName)) return *m_patterns[i];
     return *m_patterns.back();
 }
 

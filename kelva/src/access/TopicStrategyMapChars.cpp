@@ -2,6 +2,8 @@
 
 #include <cctype>
 
+#include "kelva/utils/System.h"
+
 namespace kelva::access {
 
 std::string TopicStrategyMapChars::get(const std::string& className) const {
@@ -19,6 +21,12 @@ std::string TopicStrategyMapChars::get(const std::string& className) const {
         }
     }
     return out;
+}
+
+std::string topicNameOf(const std::string& className, const std::string& prefix) {
+    std::string name = className;
+    utils::string::removePrefixIf(name, prefix);
+    return TopicStrategyMapChars().get(name);
 }
 
 }  // namespace kelva::access

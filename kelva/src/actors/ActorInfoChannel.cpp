@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "kelva/access/GuardedTopic.h"
+#include "kelva/actors/InternTopics.h"
 #include "kelva/utils/Log.h"
 #include "kelva_intern.h"
 
@@ -10,10 +11,7 @@ namespace kelva::actors {
 namespace {
 
 dds_qos_t* channelQos() {
-    dds_qos_t* qos = dds_create_qos();
-    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
-    dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
-    dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+    dds_qos_t* qos = intern::topicQos();
     // Unregistering a description also disposes it: a withdrawn actor is gone for every reader.
     dds_qset_writer_data_lifecycle(qos, true);
     return qos;
@@ -26,9 +24,9 @@ const char* text(const char* s) { return s ? s : ""; }
 ActorInfoChannel::ActorInfoChannel(dds_entity_t participant, std::string sessionId) : m_sessionId(std::move(sessionId)) {
     dds_qos_t* qos = channelQos();
     const dds_entity_t topic =
-        access::createGuardedTopic(participant, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo", qos, nullptr);
+        access::createGuardedTopic(participant, &kelva_intern_ActorInfo_desc, intern::kActorInfoTopic, qos, nullptr);
     if (topic < 0) {
-        utils::log::error() << "ActorInfoChannel: cannot create topic kelva_intern_ActorInfo: " << dds_strretcode(topic);
+        utils::log::error() << "ActorInfoChannel: cannot create topic " << intern::kActorInfoTopic << ": " << dds_strretcode(topic);
         dds_delete_qos(qos);
         return;
     }

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "kelva/access/GuardedTopic.h"
+#include "kelva/actors/InternTopics.h"
 #include "kelva/actors/Session.h"
 #include "kelva/utils/System.h"
 #include "kelva_intern.h"
@@ -18,19 +19,11 @@ std::string makeSessionId(int domainId) {
            std::to_string(domainId) + ":" + std::to_string(counter++);
 }
 
-dds_qos_t* infoQos() {
-    dds_qos_t* qos = dds_create_qos();
-    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
-    dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
-    dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
-    return qos;
-}
-
 // Writes one sample of a toolkit wire type on a topic of its own; failures are logged, not thrown.
 template <class T>
 void publishOnce(dds_entity_t publisher, const dds_topic_descriptor_t* descriptor, const char* topicName,
                  const T& sample) {
-    dds_qos_t* qos = infoQos();
+    dds_qos_t* qos = intern::topicQos();
     const dds_entity_t participant = dds_get_participant(publisher);
     const dds_entity_t topic = access::createGuardedTopic(participant, descriptor, topicName, qos, nullptr);
     if (topic >= 0) {
@@ -81,7 +74,7 @@ void SessionImpl::publishSelf() {
     process.ProcessId = utils::system::processId();
     const std::string program = utils::system::programName();
     process.ProgramName = const_cast<char*>(program.c_str());
-    publishOnce(m_infoPublisher, &kelva_intern_Process_desc, "kelva_intern_Process", process);
+    publishOnce(m_infoPublisher, &kelva_intern_Process_desc, intern::kProcessTopic, process);
 
     kelva_intern_Session session{};
     session.SessionId = const_cast<char*>(m_sessionId.c_str());
@@ -89,7 +82,7 @@ void SessionImpl::publishSelf() {
     session.ProcessId = process.ProcessId;
     session.DomainId = m_domainId;
     session.IsMonitor = m_isMonitor;
-    publishOnce(m_infoPublisher, &kelva_intern_Session_desc, "kelva_intern_Session", session);
+    publishOnce(m_infoPublisher, &kelva_intern_Session_desc, intern::kSessionTopic, session);
 
     m_actorInfo = std::make_unique<ActorInfoChannel>(m_participant, m_sessionId);
 }

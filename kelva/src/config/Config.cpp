@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <set>
 
+#include "kelva/utils/System.h"
+
 namespace kelva::config {
 namespace {
 
@@ -156,7 +158,7 @@ std::vector<QosRule> Config::defaultQos() {
 
 const QosRule& Config::qosFor(const std::string& topicName) const {
     for (const auto& rule : qos)
-        if (globMatch(rule.match, topicName)) return rule;
+        if (utils::string::globMatch(rule.match, topicName)) return rule;
     static const QosRule fallback = defaultQos().back();
     return fallback;
 }
@@ -228,24 +230,5 @@ Config Config::fromEnvironment() {
     return fromFile(path);
 }
 
-bool globMatch(const std::string& pattern, const std::string& text) {
-    size_t p = 0, t = 0, star = std::string::npos, mark = 0;
-    while (t < text.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == text[t])) {
-            ++p;
-            ++t;
-        } else if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            mark = t;
-        } else if (star != std::string::npos) {
-            p = star + 1;
-            t = ++mark;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == '*') ++p;
-    return p == pattern.size();
-}
 
 }  // namespace kelva::config

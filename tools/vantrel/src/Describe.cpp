@@ -10,10 +10,7 @@ namespace vantrel::tool {
 using catalog::OperationInfo;
 
 std::string topicNameOf(const OperationInfo& op, const kelva::config::Config& config) {
-    std::string name = op.typeName;
-    const auto& prefix = config.topicPrefix;
-    if (!prefix.empty() && name.compare(0, prefix.size(), prefix) == 0) name.erase(0, prefix.size());
-    return kelva::access::TopicStrategyMapChars().get(name);
+    return kelva::access::topicNameOf(op.typeName, config.topicPrefix);
 }
 
 std::string qosText(const kelva::config::QosRule& rule) {

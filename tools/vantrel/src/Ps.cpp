@@ -13,6 +13,7 @@
 #include <dds/ddsi/ddsi_typelib.h>
 #include <nlohmann/json.hpp>
 
+#include "kelva/actors/InternTopics.h"
 #include "kelva_intern.h"
 #include "vantrel/tool/Bus.h"
 #include "vantrel/tool/Describe.h"
@@ -49,10 +50,7 @@ void readAll(dds_entity_t reader, Use use) {
 }
 
 dds_entity_t internReader(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* name) {
-    dds_qos_t* qos = dds_create_qos();
-    dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
-    dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
-    dds_qset_history(qos, DDS_HISTORY_KEEP_LAST, 1);
+    dds_qos_t* qos = kelva::actors::intern::topicQos();
     const dds_entity_t topic = dds_create_topic(participant, desc, name, qos, nullptr);
     const dds_entity_t reader = dds_create_reader(participant, topic, qos, nullptr);
     dds_delete_qos(qos);
@@ -70,9 +68,9 @@ std::vector<std::string> strings(const dds_sequence_string& seq) {
 int ps(const PsOptions& o) {
     Bus bus(o.domain);
     const dds_entity_t pp = bus.participant();
-    const dds_entity_t processes = internReader(pp, &kelva_intern_Process_desc, "kelva_intern_Process");
-    const dds_entity_t sessions = internReader(pp, &kelva_intern_Session_desc, "kelva_intern_Session");
-    const dds_entity_t actors = internReader(pp, &kelva_intern_ActorInfo_desc, "kelva_intern_ActorInfo");
+    const dds_entity_t processes = internReader(pp, &kelva_intern_Process_desc, kelva::actors::intern::kProcessTopic);
+    const dds_entity_t sessions = internReader(pp, &kelva_intern_Session_desc, kelva::actors::intern::kSessionTopic);
+    const dds_entity_t actors = internReader(pp, &kelva_intern_ActorInfo_desc, kelva::actors::intern::kActorInfoTopic);
     const dds_entity_t pubs = dds_create_reader(pp, DDS_BUILTIN_TOPIC_DCPSPUBLICATION, nullptr, nullptr);
     const dds_entity_t subs = dds_create_reader(pp, DDS_BUILTIN_TOPIC_DCPSSUBSCRIPTION, nullptr, nullptr);
     std::this_thread::sleep_for(std::chrono::duration<double>(o.wait));

@@ -7,6 +7,7 @@
 
 #include <dds/ddsi/ddsi_serdata.h>
 
+#include "kelva/utils/System.h"
 #include "vantrel/catalog/Catalog.h"
 #include "vantrel/mcap/Reader.h"
 #include "vantrel/tool/Bus.h"
@@ -39,8 +40,8 @@ std::map<uint16_t, Target> targets(const mcap::Reader& reader, const std::string
         if (!op)
             throw InputError(reader.path() + ": channel " + std::to_string(id) + " (" + channel.topic +
                              "): unknown type " + schema->name);
-        if (!topics.empty() && !catalog::globMatch(topics.c_str(), op->qualifiedName().c_str()) &&
-            !catalog::globMatch(topics.c_str(), channel.topic.c_str()))
+        if (!topics.empty() && !kelva::utils::string::globMatch(topics, op->qualifiedName()) &&
+            !kelva::utils::string::globMatch(topics, channel.topic))
             continue;
         auto sample = channel.metadata.find("sample");
         out[id] = Target{op, sample != channel.metadata.end() && sample->second == "dispose"};

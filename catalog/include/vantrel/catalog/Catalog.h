@@ -107,7 +107,6 @@ const OperationInfo* findOperationByType(const std::string& typeName);
 // The operations whose "M_X.IService.Op" matches a glob pattern (`*`, `?`). A pattern without a dot
 // is a module pattern: "M_Alert" is every operation of M_Alert.
 std::vector<const OperationInfo*> matchOperations(const std::string& pattern);
-bool globMatch(const char* pattern, const char* text);
 
 // The text names of kinds and of a type use, as IDL spells them ("sequence<M_Common::TimeType, 1>").
 const char* kindName(Kind kind);

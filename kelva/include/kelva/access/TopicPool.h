@@ -29,6 +29,7 @@ public:
     // characters DDS accepts.
     template <class T>
     std::string getTopicName() const {
+        // topicNameOf() step by step, for the trace lines of each step.
         std::string className = TypeTraits<T>::className();
         const bool tracing = utils::log::Logger::isEnabled(utils::log::Level::trace);
         if (tracing) utils::log::trace() << "className" << "==" << className;

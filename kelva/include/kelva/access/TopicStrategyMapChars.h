@@ -12,4 +12,8 @@ public:
     std::string get(const std::string& className) const;
 };
 
+// The topic name of a wire type: its class name without `prefix` (when it starts with it), mapped as above.
+// Sessions name their topics with it and tools find them with it.
+KELVA_EXPORT std::string topicNameOf(const std::string& className, const std::string& prefix);
+
 }  // namespace kelva::access

@@ -88,7 +88,4 @@ struct KELVA_EXPORT Config {
     static Config fromEnvironment();
 };
 
-// Glob match with '*' (any run) and '?' (one character).
-KELVA_EXPORT bool globMatch(const std::string& pattern, const std::string& text);
-
 }  // namespace kelva::config

@@ -34,6 +34,11 @@ namespace kelva::utils::string {
 // Removes `prefix` from the front of `text` in place if `text` starts with it.
 KELVA_EXPORT void removePrefixIf(std::string& text, const std::string& prefix);
 
+// Whether `text` matches the glob `pattern`: '*' any run of characters (also none), '?' one character, every
+// other character itself. The one matcher of the configuration's rules and the tools' patterns (the
+// Windows C runtime has no fnmatch(3), and one behaviour on every platform matters more).
+KELVA_EXPORT bool globMatch(const std::string& pattern, const std::string& text);
+
 }  // namespace kelva::utils::string
 
 namespace kelva::utils::time {

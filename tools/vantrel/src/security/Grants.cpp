@@ -1,5 +1,6 @@
 #include "Grants.h"
 
+#include "kelva/actors/InternTopics.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
 
@@ -8,8 +9,8 @@ namespace vantrel::tool::security {
 const std::vector<std::string>& toolkitTopics() {
     // Process and session descriptions (SessionImpl) and actor descriptions (ActorInfoChannel): every
     // session writes its own and reads the others'.
-    static const std::vector<std::string> topics = {"kelva_intern_Process", "kelva_intern_Session",
-                                                    "kelva_intern_ActorInfo"};
+    using namespace kelva::actors::intern;
+    static const std::vector<std::string> topics = {kProcessTopic, kSessionTopic, kActorInfoTopic};
     return topics;
 }
 
