@@ -201,20 +201,30 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
     const Config defaults = Config::fromEnvironment();
     EXPECT_EQ(defaults.logLevel, Level::warn);
     EXPECT_EQ(defaults.logSink, "stderr");
-    EXPECT_EQ(defaults.topicPrefix, "VendorData::");
+    EXPECT_EQ(defaults.topicPrefix, "");  // the toolkit names no contract
     EXPECT_EQ(defaults.firstWriteTimeoutMs, 2000);
     EXPECT_FALSE(defaults.checkMostDerivedClassType);
     EXPECT_TRUE(defaults.publishActorInfo);
     EXPECT_TRUE(defaults.plugins.empty());
 
-    const auto& report = defaults.qosFor("M_Alert_IClient_ReportAlertStatus");
-    EXPECT_EQ(report.durability, Durability::TransientLocal);
-    EXPECT_EQ(report.historyDepth, 1);
-    EXPECT_EQ(report.reliability, Reliability::Reliable);
-    const auto& command = defaults.qosFor("M_Alert_IService_CmdRaiseAlarm");
-    EXPECT_EQ(command.durability, Durability::Volatile);
-    EXPECT_EQ(command.historyDepth, 0);
-    EXPECT_EQ(command.reliability, Reliability::Reliable);
+    const auto& any = defaults.qosFor("M_Alert_IClient_ReportAlertStatus");
+    EXPECT_EQ(any.durability, Durability::Volatile);
+    EXPECT_EQ(any.historyDepth, 0);
+    EXPECT_EQ(any.reliability, Reliability::Reliable);
+
+    // A product's defaults come before the toolkit's last rule, and a file still overrides them.
+    kelva::config::QosRule state;
+    state.match = "*_Report*";
+    state.durability = Durability::TransientLocal;
+    state.historyDepth = 1;
+    kelva::config::setProductDefaults({"Acme::", {state}});
+    const Config product = Config::fromEnvironment();
+    EXPECT_EQ(product.topicPrefix, "Acme::");
+    EXPECT_EQ(product.qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::TransientLocal);
+    EXPECT_EQ(product.qosFor("M_Alert_IService_CmdRaiseAlarm").durability, Durability::Volatile);
+    variable.set(write("env-prefix.toml", "[topics]\nprefix = \"Other::\"\n"));
+    EXPECT_EQ(Config::fromEnvironment().topicPrefix, "Other::");
+    kelva::config::setProductDefaults({});
 
     variable.set(write("env.toml", "[session]\nfirst_write_timeout_ms = 42\n"));
     EXPECT_EQ(Config::fromEnvironment().firstWriteTimeoutMs, 42);

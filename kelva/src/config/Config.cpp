@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <set>
+#include <utility>
 
 #include "kelva/utils/System.h"
 
@@ -146,14 +147,23 @@ void readQosRule(const Where& w, const toml::value& v, QosRule& rule) {
 
 }  // namespace
 
+namespace {
+ProductDefaults& product() {
+    static ProductDefaults defaults;
+    return defaults;
+}
+}  // namespace
+
+void setProductDefaults(ProductDefaults defaults) { product() = std::move(defaults); }
+
+const ProductDefaults& productDefaults() { return product(); }
+
 std::vector<QosRule> Config::defaultQos() {
-    QosRule state;
-    state.match = "*_IClient_Report*";
-    state.durability = Durability::TransientLocal;
-    state.historyDepth = 1;
+    std::vector<QosRule> rules = productDefaults().qos;
     QosRule rest;
     rest.match = "*";
-    return {state, rest};
+    rules.push_back(rest);
+    return rules;
 }
 
 const QosRule& Config::qosFor(const std::string& topicName) const {

@@ -63,16 +63,26 @@ struct KELVA_EXPORT Security {
     bool enabled() const { return !identityCa.empty(); }
 };
 
+// What a product built on the toolkit fixes once for all its sessions: the names of its contract. The
+// toolkit's own defaults name no contract (no prefix; every topic volatile); the product's library sets
+// these when it is loaded, before any configuration is made, and a configuration file still overrides them.
+struct KELVA_EXPORT ProductDefaults {
+    std::string topicPrefix;
+    std::vector<QosRule> qos;  // tried before the toolkit's last rule "*" (reliable, volatile, keep all)
+};
+KELVA_EXPORT void setProductDefaults(ProductDefaults defaults);
+KELVA_EXPORT const ProductDefaults& productDefaults();
+
 struct KELVA_EXPORT Config {
     utils::log::Level logLevel = utils::log::Level::warn;
     std::string logSink = "stderr";
-    std::string topicPrefix = "VendorData::";      // removed from a class name before it is mapped
+    std::string topicPrefix = productDefaults().topicPrefix;  // removed from a class name before it is mapped
     int firstWriteTimeoutMs = 2000;                // the bounded wait of an operation's first write
     bool checkMostDerivedClassType = false;
     bool publishActorInfo = true;
     std::vector<Plugin> plugins;
-    // Tried first to last; the first rule whose pattern matches a topic name wins. The defaults: state
-    // reports reach late joiners, everything else is volatile; all reliable.
+    // Tried first to last; the first rule whose pattern matches a topic name wins. The defaults: the
+    // product's rules, then every topic reliable and volatile.
     std::vector<QosRule> qos = defaultQos();
     Network network;
     Security security;
