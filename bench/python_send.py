@@ -8,7 +8,7 @@ the same condition), from a Python client to a Python service in another process
 As the throughput measurement of the C++ benchmark: each batch is timed from its first send until the receiving process
 reported the batch's last message (a marker carrying the batch number); every message must arrive; one
 warm-up batch, then the median and the spread [min..max] over the batches. With --send-path: the cost of
-a call with no reader on the domain, as the C++ benchmark's part 3. The domain comes from
+a call with no reader on the domain, as the C++ benchmark's send part. The domain comes from
 KELVA_TEST_DOMAIN (vantrel-with-domain), else it is 100; without CYCLONEDDS_URI the repository's loopback
 configuration is used.
 """
@@ -89,7 +89,7 @@ def send(domain, messages, batches):
 
 
 def send_path(domain, messages, repetitions):
-    """The send path alone, as the C++ benchmark's part 3: a write-only client with no reader on the domain,
+    """The send path alone, as the C++ benchmark's send part: a write-only client with no reader on the domain,
     nanoseconds per call over each repetition of `messages` calls, after one warm-up repetition (which also
     takes the first send's bounded wait for a reader)."""
     with M_Alert.Client.createWriteOnly(vantrel.Session(domain), "bench-send") as client:
