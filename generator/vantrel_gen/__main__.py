@@ -23,24 +23,22 @@ def dump(mod, out=None):
             print(line.rstrip(), file=out)
 
 
+# The output sets: the generating option, the listing option, what it writes; the functions of .generate
+# are named after the options.
+OUTPUT_SETS = [
+    ("generate", "list-outputs", "the C++ of every module of --idl-dir"),
+    ("generate-tests", "list-test-outputs", "the generated round-trip test sources of every module"),
+    ("generate-catalog", "list-catalog-outputs", "the run-time catalogue and facade glue of every module"),
+    ("generate-python", "list-python-outputs", "the Python module of every module (vantrel/M_X.py)"),
+]
+
+
 def main(argv=None) -> int:
     ap = argparse.ArgumentParser(prog="vantrel_gen")
-    ap.add_argument("--generate", metavar="OUT_DIR",
-                    help="write the C++ of every module of --idl-dir into OUT_DIR")
-    ap.add_argument("--list-outputs", action="store_true",
-                    help="print the files --generate writes (relative paths), one a line")
-    ap.add_argument("--generate-tests", metavar="OUT_DIR",
-                    help="write the generated round-trip test sources of every module into OUT_DIR")
-    ap.add_argument("--list-test-outputs", action="store_true",
-                    help="print the files --generate-tests writes (relative paths), one a line")
-    ap.add_argument("--generate-catalog", metavar="OUT_DIR",
-                    help="write the run-time catalogue and facade glue of every module into OUT_DIR")
-    ap.add_argument("--list-catalog-outputs", action="store_true",
-                    help="print the files --generate-catalog writes (relative paths), one a line")
-    ap.add_argument("--generate-python", metavar="OUT_DIR",
-                    help="write the Python module of every module (vantrel/M_X.py) into OUT_DIR")
-    ap.add_argument("--list-python-outputs", action="store_true",
-                    help="print the files --generate-python writes (relative paths), one a line")
+    for generating, listing, what in OUTPUT_SETS:
+        ap.add_argument(f"--{generating}", metavar="OUT_DIR", help=f"write {what} into OUT_DIR")
+        ap.add_argument(f"--{listing}", action="store_true",
+                        help=f"print the files --{generating} writes (relative paths), one a line")
     ap.add_argument("--generate-plugin", nargs=2, metavar=("MODULE", "OUT_FILE"),
                     help="write a recording plug-in exporting every hook of MODULE")
     ap.add_argument("--generate-fuzz-catalog", metavar="OUT_FILE",
@@ -55,59 +53,32 @@ def main(argv=None) -> int:
     args = ap.parse_args(argv)
     only = [m for m in args.modules.split(",") if m] or None
     try:
-        if args.generate_tests or args.list_test_outputs:
-            from .generate import generate_tests, list_test_outputs
+        from . import generate as gen
+        for generating, listing, _ in OUTPUT_SETS:
+            out_dir = getattr(args, generating.replace("-", "_"))
+            list_only = getattr(args, listing.replace("-", "_"))
+            if not out_dir and not list_only:
+                continue
             if not args.idl_dir:
-                ap.error("--generate-tests and --list-test-outputs need --idl-dir")
-            if args.list_test_outputs:
-                print("\n".join(list_test_outputs(args.idl_dir, only)))
+                ap.error(f"--{generating} and --{listing} need --idl-dir")
+            if list_only:
+                print("\n".join(getattr(gen, listing.replace("-", "_"))(args.idl_dir, only)))
             else:
-                generate_tests(args.idl_dir, args.generate_tests, only)
+                getattr(gen, generating.replace("-", "_"))(args.idl_dir, out_dir, only)
             return 0
-        if args.generate_catalog or args.list_catalog_outputs:
-            from .generate import generate_catalog, list_catalog_outputs
+        if args.generate_fuzz_catalog or args.generate_plugin:
             if not args.idl_dir:
-                ap.error("--generate-catalog and --list-catalog-outputs need --idl-dir")
-            if args.list_catalog_outputs:
-                print("\n".join(list_catalog_outputs(args.idl_dir, only)))
+                ap.error("--generate-fuzz-catalog and --generate-plugin need --idl-dir")
+            if args.generate_fuzz_catalog:
+                from .emit_fuzz import emit_fuzz_catalog
+                gen.write_if_changed(args.generate_fuzz_catalog, emit_fuzz_catalog(gen.modules(args.idl_dir, only)))
             else:
-                generate_catalog(args.idl_dir, args.generate_catalog, only)
-            return 0
-        if args.generate_python or args.list_python_outputs:
-            from .generate import generate_python, list_python_outputs
-            if not args.idl_dir:
-                ap.error("--generate-python and --list-python-outputs need --idl-dir")
-            if args.list_python_outputs:
-                print("\n".join(list_python_outputs(args.idl_dir, only)))
-            else:
-                generate_python(args.idl_dir, args.generate_python, only)
-            return 0
-        if args.generate_fuzz_catalog:
-            from .emit_fuzz import emit_fuzz_catalog
-            from .generate import modules, write_if_changed
-            if not args.idl_dir:
-                ap.error("--generate-fuzz-catalog needs --idl-dir")
-            write_if_changed(args.generate_fuzz_catalog, emit_fuzz_catalog(modules(args.idl_dir, only)))
-            return 0
-        if args.generate_plugin:
-            from .emit_plugin import emit_test_plugin
-            from .generate import write_if_changed
-            if not args.idl_dir:
-                ap.error("--generate-plugin needs --idl-dir")
-            module, out_file = args.generate_plugin
-            write_if_changed(out_file, emit_test_plugin(load_all(args.idl_dir)[module]))
-            return 0
-        if args.generate or args.list_outputs:
-            from .generate import generate, list_outputs
-            if not args.idl_dir:
-                ap.error("--generate and --list-outputs need --idl-dir")
-            if args.list_outputs:
-                print("\n".join(list_outputs(args.idl_dir, only)))
-            else:
-                generate(args.idl_dir, args.generate, only)
+                from .emit_plugin import emit_test_plugin
+                module, out_file = args.generate_plugin
+                gen.write_if_changed(out_file, emit_test_plugin(load_all(args.idl_dir)[module]))
             return 0
         if not args.dump:
-            ap.error("nothing to do: --dump, --generate, --list-outputs, --generate-tests or --list-test-outputs")
+            ap.error("nothing to do: --dump, or one of the --generate... and --list-...-outputs options")
         for path in args.dump:
             mods = (load_all(path).values() if os.path.isdir(path)
                     else [load(path, args.include_dirs)])

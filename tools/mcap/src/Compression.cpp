@@ -35,27 +35,23 @@ void checkSize(std::size_t produced, uint64_t expected, const std::string& conte
     }
 }
 
-std::vector<uint8_t> unzstd(const uint8_t* data, std::size_t size, uint64_t expected, const std::string& context) {
-    // One context per thread, reset for each chunk: creating one costs more than a small chunk's work.
-    thread_local std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> ctx(ZSTD_createDCtx(), ZSTD_freeDCtx);
-    if (!ctx) {
-        fail(context, "cannot create a zstd decompression context");
-    }
-    ZSTD_DCtx_reset(ctx.get(), ZSTD_reset_session_only);
+// The streaming loop of both codecs. `step(dst, dstSize, src, srcSize)` is one call of the codec: it sets the
+// two sizes to what it produced and consumed, and says whether every frame so far is complete.
+template <class Step>
+std::vector<uint8_t> decompressFrames(const uint8_t* data, std::size_t size, uint64_t expected, const std::string& context,
+                                      const char* codec, Step step) {
     std::vector<uint8_t> out;
     grow(out, expected, size);
-    ZSTD_inBuffer in{data, size, 0};
+    std::size_t consumed = 0;
     std::size_t produced = 0;
     for (;;) {
-        ZSTD_outBuffer o{out.data(), out.size(), produced};
-        const std::size_t inBefore = in.pos;
-        const std::size_t ret = ZSTD_decompressStream(ctx.get(), &o, &in);
-        if (ZSTD_isError(ret)) {
-            fail(context, std::string("corrupt zstd data: ") + ZSTD_getErrorName(ret));
-        }
-        const bool progress = o.pos != produced || in.pos != inBefore;
-        produced = o.pos;
-        if (ret == 0 && in.pos == in.size) {
+        std::size_t outSize = out.size() - produced;
+        std::size_t inSize = size - consumed;
+        const bool complete = step(out.data() + produced, outSize, data + consumed, inSize);
+        consumed += inSize;
+        produced += outSize;
+        const bool progress = inSize != 0 || outSize != 0;
+        if (complete && consumed == size) {
             break;  // every frame complete and flushed
         }
         if (produced == out.size()) {
@@ -65,12 +61,33 @@ std::vector<uint8_t> unzstd(const uint8_t* data, std::size_t size, uint64_t expe
                 tooLong(context, expected);
             }
         } else if (!progress) {
-            fail(context, "zstd data ends inside a frame");
+            fail(context, std::string(codec) + " data ends inside a frame");
         }
     }
     checkSize(produced, expected, context);
     out.resize(produced);
     return out;
+}
+
+std::vector<uint8_t> unzstd(const uint8_t* data, std::size_t size, uint64_t expected, const std::string& context) {
+    // One context per thread, reset for each chunk: creating one costs more than a small chunk's work.
+    thread_local std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> ctx(ZSTD_createDCtx(), ZSTD_freeDCtx);
+    if (!ctx) {
+        fail(context, "cannot create a zstd decompression context");
+    }
+    ZSTD_DCtx_reset(ctx.get(), ZSTD_reset_session_only);
+    return decompressFrames(data, size, expected, context, "zstd",
+                      [&](uint8_t* dst, std::size_t& dstSize, const uint8_t* src, std::size_t& srcSize) {
+                          ZSTD_outBuffer o{dst, dstSize, 0};
+                          ZSTD_inBuffer in{src, srcSize, 0};
+                          const std::size_t ret = ZSTD_decompressStream(ctx.get(), &o, &in);
+                          if (ZSTD_isError(ret)) {
+                              fail(context, std::string("corrupt zstd data: ") + ZSTD_getErrorName(ret));
+                          }
+                          dstSize = o.pos;
+                          srcSize = in.pos;
+                          return ret == 0;
+                      });
 }
 
 std::vector<uint8_t> unlz4(const uint8_t* data, std::size_t size, uint64_t expected, const std::string& context) {
@@ -79,37 +96,14 @@ std::vector<uint8_t> unlz4(const uint8_t* data, std::size_t size, uint64_t expec
         fail(context, "cannot create an lz4 decompression context");
     }
     std::unique_ptr<LZ4F_dctx, decltype(&LZ4F_freeDecompressionContext)> ctx(raw, LZ4F_freeDecompressionContext);
-    std::vector<uint8_t> out;
-    grow(out, expected, size);
-    std::size_t consumed = 0;
-    std::size_t produced = 0;
-    for (;;) {
-        std::size_t outSize = out.size() - produced;
-        std::size_t inSize = size - consumed;
-        const std::size_t hint =
-            LZ4F_decompress(ctx.get(), out.data() + produced, &outSize, data + consumed, &inSize, nullptr);
-        if (LZ4F_isError(hint)) {
-            fail(context, std::string("corrupt lz4 data: ") + LZ4F_getErrorName(hint));
-        }
-        consumed += inSize;
-        produced += outSize;
-        const bool progress = inSize != 0 || outSize != 0;
-        if (hint == 0 && consumed == size) {
-            break;  // every frame complete
-        }
-        if (produced == out.size()) {
-            if (out.size() < expected) {
-                grow(out, expected, size);
-            } else if (!progress) {
-                tooLong(context, expected);
-            }
-        } else if (!progress) {
-            fail(context, "lz4 data ends inside a frame");
-        }
-    }
-    checkSize(produced, expected, context);
-    out.resize(produced);
-    return out;
+    return decompressFrames(data, size, expected, context, "lz4",
+                      [&](uint8_t* dst, std::size_t& dstSize, const uint8_t* src, std::size_t& srcSize) {
+                          const std::size_t hint = LZ4F_decompress(ctx.get(), dst, &dstSize, src, &srcSize, nullptr);
+                          if (LZ4F_isError(hint)) {
+                              fail(context, std::string("corrupt lz4 data: ") + LZ4F_getErrorName(hint));
+                          }
+                          return hint == 0;
+                      });
 }
 
 }  // namespace
