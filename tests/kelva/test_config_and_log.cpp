@@ -109,8 +109,8 @@ writer_history = 500
     EXPECT_EQ(c.plugins[0].path, "/opt/plugins/libaudit.so");
     EXPECT_EQ(c.plugins[1].name, "trace");
 
-    // The file's rules first, in order, then the defaults.
-    ASSERT_EQ(c.qos.size(), 4u);
+    // The file's rules first, in order, then the defaults (the toolkit's alone: "*").
+    ASSERT_EQ(c.qos.size(), 3u);
     EXPECT_EQ(c.qos[0].match, "M_Video_*");
     EXPECT_EQ(c.qos[0].reliability, Reliability::BestEffort);
     EXPECT_EQ(c.qos[0].durability, Durability::TransientLocal);
@@ -122,13 +122,11 @@ writer_history = 500
     EXPECT_EQ(c.qos[0].writerHistoryDepth, 0);
     EXPECT_EQ(c.qos[1].reliability, Reliability::Reliable);
     EXPECT_EQ(c.qos[1].durability, Durability::Volatile);
-    EXPECT_EQ(c.qos[2].match, "*_IClient_Report*");
-    EXPECT_EQ(c.qos[3].match, "*");
+    EXPECT_EQ(c.qos[2].match, "*");
 
     EXPECT_EQ(&c.qosFor("M_Video_IClient_ReportFrame"), &c.qos[0]);
     EXPECT_EQ(&c.qosFor("M_Log_IService_CmdWrite"), &c.qos[1]);
-    EXPECT_EQ(&c.qosFor("M_Alert_IClient_ReportAlertStatus"), &c.qos[2]);
-    EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[3]);
+    EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[2]);
 }
 
 TEST_F(Configuration, FaultsNameFileLineAndSetting) {
@@ -283,6 +281,11 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
 
     // The session's patterns pick the first matching rule.
     Config config;
+    kelva::config::QosRule state;
+    state.match = "*_IClient_Report*";
+    state.durability = Durability::TransientLocal;
+    state.historyDepth = 1;
+    config.qos.insert(config.qos.begin(), state);
     const kelva::access::QosPatterns patterns(config);
     ASSERT_TRUE(dds_qget_history(patterns.forTopic("M_Alert_IClient_ReportAlertStatus").qosWrite(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
