@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 extern char** environ;
@@ -15,7 +16,24 @@ namespace vantrel::bench {
 
 using Clock = std::chrono::steady_clock;
 
-Child::Child(const std::vector<std::string>& argv) : m_name(argv.at(0)) {
+namespace {
+
+Clock::time_point after(double seconds) {
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+}  // namespace
+
+Child::Child(const std::vector<std::string>& argv) : Child(argv, false) {}
+
+Child Child::peer(const std::vector<std::string>& args) {
+    std::vector<std::string> argv{"/proc/self/exe", "peer"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return Child(argv, true);
+}
+
+Child::Child(const std::vector<std::string>& argv, bool isPeer) : m_name(argv.at(0)), m_isPeer(isPeer) {
+    if (isPeer) m_name = "vantrel-bench";
     for (std::size_t i = 1; i < argv.size() && i < 3; ++i) m_name += " " + argv[i];
     // Close-on-exec: a child started later must not hold this one's stdin open (it would never see its end).
     int toChild[2], fromChild[2];
@@ -29,7 +47,7 @@ Child::Child(const std::vector<std::string>& argv) : m_name(argv.at(0)) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, toChild[0], 0);
     posix_spawn_file_actions_adddup2(&actions, fromChild[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, fromChild[1], 2);
+    if (!isPeer) posix_spawn_file_actions_adddup2(&actions, fromChild[1], 2);
     std::vector<std::string> args = argv;
     std::vector<char*> raw;
     for (auto& a : args) raw.push_back(a.data());
@@ -49,6 +67,13 @@ Child::Child(const std::vector<std::string>& argv) : m_name(argv.at(0)) {
 }
 
 Child::~Child() {
+    if (!m_ended && m_isPeer) {
+        closeInput();
+        for (int i = 0; i < 200 && !m_ended; ++i) {
+            if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) m_ended = true;
+            else std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
     if (!m_ended) {
         kill(m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
@@ -77,18 +102,34 @@ void Child::readOutput() {
     m_changed.notify_all();
 }
 
-std::string Child::waitFor(const std::string& prefix, double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+bool Child::next(const std::string& prefix, double seconds, std::string& line) {
+    const auto deadline = after(seconds);
     std::unique_lock<std::mutex> lock(m_mutex);
     for (;;) {
         for (; m_next < m_lines.size(); ++m_next)
-            if (m_lines[m_next].text.rfind(prefix, 0) == 0) return m_lines[m_next++].text;
-        if (m_eof) break;
-        if (m_changed.wait_until(lock, deadline) == std::cv_status::timeout && m_next == m_lines.size()) break;
+            if (m_lines[m_next].text.rfind(prefix, 0) == 0) {
+                line = m_lines[m_next++].text;
+                return true;
+            }
+        if (m_eof) return false;
+        if (m_changed.wait_until(lock, deadline) == std::cv_status::timeout && m_next == m_lines.size()) return false;
     }
-    std::string all;
-    for (const Line& l : m_lines) all += "\n  " + l.text;
-    throw std::runtime_error(m_name + ": no \"" + prefix + "\" within " + std::to_string(seconds) + " s; its output:" + all);
+}
+
+std::string Child::waitFor(const std::string& prefix, double seconds) {
+    std::string line;
+    if (next(prefix, seconds, line)) return line;
+    throw std::runtime_error(m_name + ": no \"" + prefix + "\" within " + std::to_string(seconds) + " s; its output:" + output());
+}
+
+std::string Child::nextOrEmpty(const std::string& prefix, double seconds) {
+    std::string line;
+    if (next(prefix, seconds, line)) return line;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_eof) return "";
+    }
+    throw std::runtime_error(m_name + " ended unexpectedly; its output:" + output());
 }
 
 std::vector<Child::Line> Child::lines() const {
@@ -110,7 +151,7 @@ void Child::closeInput() {
 }
 
 Child::End Child::finish(double seconds) {
-    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+    const auto deadline = after(seconds);
     for (;;) {
         int status = 0;
         rusage usage{};
@@ -133,6 +174,19 @@ Child::End Child::finish(double seconds) {
             throw std::runtime_error(m_name + " did not end within " + std::to_string(seconds) + " s; its output:" + output());
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+void say(const std::string& line) {
+    static std::mutex mutex;
+    std::lock_guard<std::mutex> lock(mutex);
+    std::fputs((line + "\n").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+void waitForStdinEof() {
+    char buffer[64];
+    while (read(0, buffer, sizeof buffer) > 0) {
     }
 }
 

@@ -39,4 +39,14 @@ void row(const std::string& what, const std::string& frame, const std::string& r
 
 std::string verdict(bool met) { return met ? "met" : "MISSED"; }
 
+std::vector<double> ratiosOf(const std::vector<double>& frame, const std::vector<double>& raw) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < frame.size() && i < raw.size(); ++i) ratios.push_back(frame[i] / raw[i]);
+    return ratios;
+}
+
+std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw) {
+    return fmtSummary(ratiosOf(frame, raw), 2);
+}
+
 }  // namespace vantrel::bench

@@ -20,4 +20,9 @@ void row(const std::string& what, const std::string& frame, const std::string& r
          const std::string& target);
 std::string verdict(bool met);
 
+// The ratio of each frame repetition to the raw one right after it: drift over the run cancels out.
+std::vector<double> ratiosOf(const std::vector<double>& frame, const std::vector<double>& raw);
+// Their median [min..max].
+std::string pairRatios(const std::vector<double>& frame, const std::vector<double>& raw);
+
 }  // namespace vantrel::bench

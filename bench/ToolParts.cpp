@@ -1,5 +1,10 @@
-#include "ToolParts.h"
-
+// The vantrel tool measured beside plain ddsc subscribers, on domain ids held through Domains:
+//   record  the recorder against a plain subscriber in the same run (counts and CPU); the recordings
+//           compared byte for byte with what was sent, replayed into a fresh domain, recorded again
+//           and compared
+//   rate    what "vantrel hz" and "vantrel bw" report against the rate and bytes actually sent
+// Rows go to the table; a count or byte that differs throws after them, a process that does not answer
+// or end in time at once.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -14,6 +19,7 @@
 
 #include "Child.h"
 #include "Domains.h"
+#include "Parts.h"
 #include "Table.h"
 #include "ToolStreams.h"
 #include "vantrel/mcap/Reader.h"
@@ -389,12 +395,6 @@ void rateRows() {
             worst(r.bwErrors) + " of " + std::to_string(r.bwErrors.size()), "<= 1 % " + verdict(bwWorst <= 1));
     }
     failIfAny(failures);
-}
-
-int runToolPeer(int argc, char** argv) {
-    if (argc == 6 && std::string(argv[2]) == "subscriber") return peerSubscriber(argv[3], std::atoi(argv[4]), std::atol(argv[5]));
-    std::fprintf(stderr, "vantrel-bench: unknown peer role\n");
-    return 2;
 }
 
 }  // namespace vantrel::bench

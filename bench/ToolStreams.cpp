@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
-#include <thread>
 
+#include "Child.h"
+#include "Common.h"
+#include "Parts.h"
 #include "M_Alert.h"  // the idlc C types
 #include "M_SignalGenerator.h"
 #include "kelva/access/QosPattern.h"
@@ -26,10 +27,6 @@ const StreamInfo kSmall{"small", "M_Alert.IService.CmdRaiseAlarm", "M_Alert_ISer
                         &VendorData_M_Alert_IService_CmdRaiseAlarm_desc};
 const StreamInfo kLarge{"large", "M_SignalGenerator.IClient.EventSensorOutput", "M_SignalGenerator_IClient_EventSensorOutput",
                         &VendorData_M_SignalGenerator_IClient_EventSensorOutput_desc};
-
-void check(dds_return_t rc, const char* what) {
-    if (rc < 0) throw std::runtime_error(std::string(what) + ": " + dds_strretcode(rc));
-}
 
 // The toolkit's QoS for the topic, read from the same configuration the tool reads (KELVA_CONFIG).
 const kelva::access::QosPattern& qosOf(const StreamInfo& s) {
@@ -68,18 +65,7 @@ StreamWriter::StreamWriter(Stream stream, int domain)
 
 StreamWriter::~StreamWriter() { dds_delete(m_participant); }
 
-void StreamWriter::waitMatched(int readers, double seconds) {
-    const auto t0 = std::chrono::steady_clock::now();
-    dds_publication_matched_status_t st{};
-    for (;;) {
-        check(dds_get_publication_matched_status(m_writer, &st), "dds_get_publication_matched_status");
-        if (static_cast<int>(st.current_count) >= readers) return;
-        if (std::chrono::steady_clock::now() - t0 > std::chrono::duration<double>(seconds))
-            throw std::runtime_error(std::string(infoOf(m_stream).topic) + ": " + std::to_string(st.current_count) + " of " +
-                                     std::to_string(readers) + " readers matched after " + std::to_string(seconds) + " s");
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
+void StreamWriter::waitMatched(int readers, double seconds) { bench::waitMatched(m_writer, readers, seconds); }
 
 void StreamWriter::write(uint32_t n) { writeTo(m_writer, n); }
 
@@ -132,77 +118,29 @@ std::vector<uint8_t> StreamWriter::serialized(uint32_t n) {
     return bytes;
 }
 
-namespace {
-
-void say(const std::string& line) {
-    std::fputs((line + "\n").c_str(), stdout);
-    std::fflush(stdout);
-}
-
-// Takes every sample as a loan on its own thread, as a plain application reader does.
-class CountingReader {
-public:
-    CountingReader(dds_entity_t participant, const StreamInfo& s, long expected) : m_expected(expected) {
+// Peer: a plain subscriber of the stream (reliable keep-all, the QoS the recorder's reader has) that
+// takes every sample with loans on a waitset thread and counts them. Prints "ready", then "have <n>"
+// once `expected` arrived, and "count <n>" when its stdin closes.
+int peerSubscriber(const std::string& stream, int domain, long expected) {
+    const StreamInfo& s = infoOf(streamNamed(stream));
+    const dds_entity_t participant = dds_create_participant(domain, nullptr, nullptr);
+    check(participant, "dds_create_participant");
+    std::atomic<long> count{0};
+    {
         dds_qos_t* qos = dds_create_qos();
         dds_copy_qos(qos, qosOf(s).qosRead());
         dds_qset_history(qos, DDS_HISTORY_KEEP_ALL, DDS_LENGTH_UNLIMITED);  // as the recorder's reader
-        m_reader = dds_create_reader(participant, topicOf(participant, s), qos, nullptr);
+        const dds_entity_t reader = dds_create_reader(participant, topicOf(participant, s), qos, nullptr);
         dds_delete_qos(qos);
-        check(m_reader, "dds_create_reader");
-        m_condition = dds_create_readcondition(m_reader, DDS_ANY_STATE);
-        m_waitset = dds_create_waitset(participant);
-        m_wakeup = dds_create_guardcondition(participant);
-        check(dds_waitset_attach(m_waitset, m_condition, 0), "dds_waitset_attach");
-        check(dds_waitset_attach(m_waitset, m_wakeup, 0), "dds_waitset_attach");
-        m_thread = std::thread([this] { run(); });
-    }
-    ~CountingReader() {
-        m_stop = true;
-        dds_set_guardcondition(m_wakeup, true);
-        m_thread.join();
-    }
-    long count() const { return m_count; }
-
-private:
-    void run() {
-        while (!m_stop) {
-            dds_waitset_wait(m_waitset, nullptr, 0, DDS_INFINITY);
-            void* samples[16];
-            dds_sample_info_t infos[16];
-            for (;;) {
-                samples[0] = nullptr;
-                const dds_return_t n = dds_take(m_condition, samples, infos, 16, 16);
-                if (n <= 0) break;
-                for (dds_return_t i = 0; i < n; ++i)
-                    if (infos[i].valid_data && ++m_count == m_expected) say("have " + std::to_string(m_expected));
-                dds_return_loan(m_reader, samples, n);
-            }
-        }
-    }
-
-    long m_expected;
-    std::atomic<long> m_count{0};
-    dds_entity_t m_reader = 0, m_condition = 0, m_waitset = 0, m_wakeup = 0;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
-
-}  // namespace
-
-int peerSubscriber(const std::string& stream, int domain, long expected) {
-    const dds_entity_t participant = dds_create_participant(domain, nullptr, nullptr);
-    check(participant, "dds_create_participant");
-    long count = 0;
-    {
-        CountingReader reader(participant, infoOf(streamNamed(stream)), expected);
+        // Every sample taken as a loan on the reader's own thread, as a plain application reader does.
+        RawReader counting(participant, reader, [&](const void*) {
+            if (++count == expected) say("have " + std::to_string(expected));
+        });
         say("ready");
-        char buffer[64];
-        while (read(0, buffer, sizeof buffer) > 0) {
-        }
-        count = reader.count();
+        waitForStdinEof();
     }
     dds_delete(participant);
-    say("count " + std::to_string(count));
+    say("count " + std::to_string(count.load()));
     return 0;
 }
 

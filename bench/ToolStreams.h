@@ -48,13 +48,7 @@ private:
     Stream m_stream;
     dds_entity_t m_participant, m_topic, m_writer;
     dds_entity_t m_localWriter = 0, m_localReader = 0;
-    std::string m_number;  // the small message's number text
     std::vector<double> m_values;
 };
-
-// Peer: a plain subscriber of the stream (reliable keep-all, the QoS the recorder's reader has) that
-// takes every sample with loans on a waitset thread and counts them. Prints "ready", then "have <n>"
-// once `expected` arrived, and "count <n>" when its stdin closes.
-int peerSubscriber(const std::string& stream, int domain, long expected);
 
 }  // namespace vantrel::bench
