@@ -32,9 +32,9 @@ void check(dds_return_t rc, const char* what) {
     if (rc < 0) throw std::runtime_error(std::string(what) + ": " + dds_strretcode(rc));
 }
 
-// The toolkit's defaults: reliable (blocking at most 50 ms) everywhere; "*_IClient_Report*" transient-local
-// keep-last 1 (unless keepAllReports), the rest volatile keep-all; writers do not dispose when they
-// unregister.
+// The product's defaults: reliable (blocking at most the default rule's time) everywhere;
+// "*_IClient_Report*" transient-local keep-last 1 (unless keepAllReports), the rest volatile keep-all; writers
+// do not dispose when they unregister.
 dds_qos_t* rawQos(const char* topicName, bool forWriter) {
     const bool state = std::strstr(topicName, "_IClient_Report") != nullptr && !g_keepAllReports;
     dds_qos_t* qos = dds_create_qos();
