@@ -1,7 +1,7 @@
 #pragma once
 // What every generated sender shares: the actor, its write pool, one first-call flag and one list of
 // `_ToPlugin` hooks per operation (declaration order). A generated operation fills its wire message and
-// calls publish() and then callHooks().
+// calls publish() and then callHooks(); the wire-level entry (WireSender) calls sendWire(), which does both.
 #include <atomic>
 #include <cstddef>
 #include <memory>
