@@ -1,8 +1,9 @@
 #pragma once
 // What the generated glue of every module shares: a run-time Facade over a module's real Client or
-// Service. Sending converts the wire message to the API arguments and calls the facade's sender (so
-// every check, hook and log of the typed path applies); receiving registers one callback per operation
-// that turns the API arguments back into the wire message and hands it to the sink.
+// Service. Sending hands the wire message to the wire-level entry of the facade's sender (the typed
+// path's actor name, trace, first-write wait, write or dispose, counters and hooks, without a round trip
+// through the API types); receiving registers one callback per operation that turns the API arguments
+// back into the wire message and hands it to the sink.
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -12,6 +13,7 @@
 #include "kelva/actors/Session.h"
 #include "kelva/utils/Callback.h"
 #include "vantrel/frame/CallbackMap.h"
+#include "vantrel/frame/Sender.h"
 #include "vantrel/catalog/Facade.h"
 
 namespace vantrel::catalog::glue {
@@ -56,18 +58,15 @@ private:
 void checkMethods(const OperationInfo* operations, std::size_t count, const std::vector<std::string>& methods);
 [[noreturn]] void wrongOperation(const ModuleInfo& module, Role role, const OperationInfo& operation);
 
-// Typed: the module's Client or Service `F` sending interface `Sends`.
-template <class F, class Sends>
+// Typed: the module's Client or Service `F`.
+template <class F>
 class FacadeOf final : public Facade {
 public:
-    using SendFn = void (*)(Sends& sender, const void* message, bool dispose);
     using FillFn = void (*)(Receivers& receivers);
 
     FacadeOf(const ModuleInfo& module, Role role, const OperationInfo* sent, std::size_t sentCount,
-             const SendFn* sendFns, const OperationInfo* received, std::size_t receivedCount, FillFn fill,
-             const FacadeRequest& r)
-        : m_module(module), m_role(role), m_sent(sent), m_sentCount(sentCount), m_sendFns(sendFns),
-          m_receivers(received) {
+             const OperationInfo* received, std::size_t receivedCount, FillFn fill, const FacadeRequest& r)
+        : m_module(module), m_role(role), m_sent(sent), m_sentCount(sentCount), m_receivers(received) {
         if (r.creation == Creation::WriteOnly) {
             requireSession(r);
             m_facade = F::createWriteOnly(r.session, r.name);
@@ -101,7 +100,11 @@ public:
     void send(const OperationInfo& operation, const void* message, bool dispose) override {
         const std::ptrdiff_t index = &operation - m_sent;
         if (index < 0 || static_cast<std::size_t>(index) >= m_sentCount) wrongOperation(m_module, m_role, operation);
-        m_sendFns[index](*m_facade.operator->(), message, dispose);
+        // The facade's operator-> throws as for a typed call on an invalidated facade.
+        const auto sender = m_facade.operator->();
+        auto* wire = dynamic_cast<frame::WireSender*>(sender.get());
+        if (!wire) throw std::logic_error(std::string(m_module.name) + ": the sender has no wire-level entry");
+        wire->sendWire(static_cast<std::size_t>(index), message, dispose);
     }
     bool isValid() const override { return m_facade.isValid(); }
     void invalidate() override { m_facade.invalidate(); }
@@ -135,7 +138,6 @@ private:
     Role m_role;
     const OperationInfo* m_sent;
     std::size_t m_sentCount;
-    const SendFn* m_sendFns;
     Receivers m_receivers;  // declared before the facade: outlives it
     F m_facade;
 };

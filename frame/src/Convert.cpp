@@ -13,6 +13,15 @@ void refuse(const char* where, const std::string& what) {
     throw std::invalid_argument(std::string(where) + ": " + what + "; nothing was sent");
 }
 
+std::string stringOverBound(std::size_t size, std::size_t bound) {
+    return "string of " + std::to_string(size) + " characters exceeds its bound of " + std::to_string(bound);
+}
+
+std::string sequenceOverBound(std::size_t size, std::size_t bound) {
+    return (bound == 1 ? "optional holds " : "list holds ") + std::to_string(size) + " elements, at most " +
+           std::to_string(bound);
+}
+
 namespace {
 
 // A stack of memory blocks: memory is taken at the top and given back by returning to an earlier mark.

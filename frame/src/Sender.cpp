@@ -2,6 +2,8 @@
 
 namespace vantrel::frame {
 
+WireSender::~WireSender() = default;
+
 SenderCore::SenderCore(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolWrite& pool,
                        kelva::base::PluginLoader& loader, const std::string& hookPrefix,
                        const std::vector<std::string>& operations)

@@ -4,9 +4,9 @@ through the module's real facades."""
 
 from __future__ import annotations
 
-from .cpp_names import all_messages, api_type, class_name, param_type, wire_enum, wire_message, wire_struct
+from .cpp_names import all_messages, class_name, param_type, wire_message, wire_struct
 from .emit_api import HEADER_NOTE, operation_params
-from .emit_wire import from_wire_member, to_wire_member
+from .emit_wire import to_wire_member
 from .model import Message, Module, TypeRef
 from .schema_idl import flattened_key_schema, flattened_schema
 from .versions import interface_version
@@ -76,23 +76,6 @@ def _members(types: _Types, ctype: str, members) -> list[str]:
             for m in members]
 
 
-def _send_fn(mod: Module, msg: Message) -> list[str]:
-    M, iface = mod.name, msg.interface
-    out = [f"void send_{iface}_{msg.name}(::{M}::{iface}& sender, const void* message, bool dispose) {{",
-           f"    const auto& w = *static_cast<const {wire_message(msg)}*>(message);", "    (void)w;"]
-    args = []
-    for i, m in enumerate(msg.params):
-        out.append(f"    {api_type(m.type)} a{i}{{}};")
-        out.append(from_wire_member(f"a{i}", f"w.{m.name}", m.type))
-        args.append(f"a{i}")
-    if msg.dispose:
-        args.append("dispose")
-    else:
-        out.append("    (void)dispose;")
-    out += [f"    sender.{msg.name}({', '.join(args)});", "}", ""]
-    return out
-
-
 def _receiver(mod: Module, msg: Message, index: int) -> list[str]:
     M, iface = mod.name, msg.interface
     wrapper_args = ", ".join([f"::{M}::{iface}"] + [param_type(p.type) for p in msg.params] +
@@ -130,15 +113,16 @@ def emit_catalog_source(mod: Module) -> str:
         if s.members:
             body += [f"const MemberInfo members_{M}_{s.name}[] = {{"] + _members(types, ctype, s.members) + ["};"]
         members = f"members_{M}_{s.name}" if s.members else "nullptr"
-        body += [f"const StructInfo {struct_table(M, s.name)} = {{\"{M}\", \"{s.name}\", {members}, {len(s.members)}, "
-                 f"sizeof({ctype})}};", ""]
+        body += [f"void print_{M}_{s.name}(std::ostream& os, const void* w) {{ ::print(os, *static_cast<const {ctype}*>(w)); }}",
+                 f"const StructInfo {struct_table(M, s.name)} = {{\"{M}\", \"{s.name}\", {members}, {len(s.members)}, "
+                 f"sizeof({ctype}), print_{M}_{s.name}}};", ""]
     messages = list(all_messages(mod))
     for msg in messages:
         ctype, n = wire_message(msg), f"{M}_{msg.interface}_{msg.name}"
         body += [f"const MemberInfo members_{n}[] = {{"] + _members(types, ctype, msg.members) + ["};",
+                 f"void print_{n}(std::ostream& os, const void* m) {{ ::print(os, *static_cast<const {ctype}*>(m)); }}",
                  f"const StructInfo message_{n} = {{\"{M}\", \"{msg.interface}::{msg.name}\", members_{n}, "
-                 f"{len(msg.members)}, sizeof({ctype})}};",
-                 f"void print_{n}(std::ostream& os, const void* m) {{ ::print(os, *static_cast<const {ctype}*>(m)); }}", ""]
+                 f"{len(msg.members)}, sizeof({ctype}), print_{n}}};", ""]
     if messages:
         body.append(f"const OperationInfo operations_{M}[] = {{")
         for msg in messages:
@@ -157,24 +141,20 @@ def emit_catalog_source(mod: Module) -> str:
     create = "nullptr"
     if mod.has_interfaces:
         out += ["", f"namespace glue_{M} {{", ""]
-        for msg in messages:
-            out += _send_fn(mod, msg)
         n_service, n_client = len(mod.interfaces["IService"]), len(mod.interfaces["IClient"])
         for facade, sends, receives, first_received in (("Client", "IService", "IClient", n_service),
                                                         ("Service", "IClient", "IService", 0)):
-            fns = ", ".join(f"send_{sends}_{m.name}" for m in mod.interfaces[sends])
-            out += [f"using {facade}Glue = glue::FacadeOf<::{M}::{facade}, ::{M}::{sends}>;",
-                    f"const {facade}Glue::SendFn {facade.lower()}Sends[] = {{{fns or 'nullptr'}}};",
+            out += [f"using {facade}Glue = glue::FacadeOf<::{M}::{facade}>;",
                     f"void fill{facade}(glue::Receivers& r) {{", "    (void)r;"]
             for i, msg in enumerate(mod.interfaces[receives]):
                 out += _receiver(mod, msg, i)
             out += ["}", ""]
         out += ["std::unique_ptr<Facade> create(const FacadeRequest& r) {",
                 "    if (r.role == Role::Client)",
-                f"        return std::make_unique<ClientGlue>({module_table(M)}, Role::Client, operations_{M}, {n_service}, clientSends,",
+                f"        return std::make_unique<ClientGlue>({module_table(M)}, Role::Client, operations_{M}, {n_service},",
                 f"                                            operations_{M} + {n_service}, {n_client}, fillClient, r);",
                 f"    return std::make_unique<ServiceGlue>({module_table(M)}, Role::Service, operations_{M} + {n_service}, {n_client},",
-                f"                                         serviceSends, operations_{M}, {n_service}, fillService, r);",
+                f"                                         operations_{M}, {n_service}, fillService, r);",
                 "}", "", f"}}  // namespace glue_{M}", ""]
         create = f"glue_{M}::create"
     version = interface_version(mod)

@@ -36,12 +36,14 @@ def emit_impl_header(mod: Module) -> str:
            "", f"namespace {M} {{", ""]
     for iface in ("IService", "IClient"):
         out += [f"// Publishes each {iface} operation on its own topic.",
-                f"class Sender{iface} final : public {iface}, public kelva::actors::ISender {{", "public:",
+                f"class Sender{iface} final : public {iface}, public kelva::actors::ISender, public vantrel::frame::WireSender {{",
+                "public:",
                 f"    Sender{iface}(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolWrite& pool,",
                 "                 kelva::base::PluginLoader& loader);"]
         for msg in mod.interfaces[iface]:
             out.append(f"    void {msg.name}({', '.join(operation_params(msg))}) override;")
-        out += ["", "private:", "    vantrel::frame::SenderCore m_core;", "};", ""]
+        out += ["    void sendWire(std::size_t operation, const void* message, bool dispose) override;",
+                "", "private:", "    vantrel::frame::SenderCore m_core;", "};", ""]
         out += [f"// Receives {iface} operations and dispatches them to the application.",
                 f"class Observer{iface} final : public kelva::actors::IObserver {{", "public:",
                 f"    Observer{iface}(kelva::actors::SimpleActor& actor, kelva::access::TopicPoolRead& pool,",
@@ -60,12 +62,14 @@ def _op_traits(mod: Module, msg: Message) -> list[str]:
     wrapper_args = ", ".join([f"::{M}::{iface}"] + [param_type(p.type) for p in msg.params] +
                              (["bool"] if msg.dispose else []))
     injector = ", ".join(["const std::string&"] + [f"const {t}&" for t in types])
+    hook = ", ".join(["const std::string&"] + [param_type(m.type) for m in msg.params] + (["bool"] if msg.dispose else []))
     out = [f"struct {iface}_{msg.name} {{",
            f"    using Wire = {wire_message(msg)};",
            f"    using Interface = ::{M}::{iface};",
            f"    using Args = std::tuple<{', '.join(types)}>;",
            f"    using Wrapper = kelva::utils::callback::Wrapper<{wrapper_args}>;",
            f"    using Injector = std::function<void({injector})>;",
+           f"    using Hook = void (*)({hook});",
            f"    static constexpr const char* name = \"{msg.name}\";",
            f"    static constexpr const char* hook = \"{M}_{iface}_{msg.name}_FromPlugin\";",
            f"    static constexpr bool hasDispose = {'true' if msg.dispose else 'false'};"]
@@ -87,7 +91,7 @@ def _op_traits(mod: Module, msg: Message) -> list[str]:
 def emit_impl_source(mod: Module) -> str:
     M = mod.name
     out = [_note(mod), f"#include \"intern/vantrel/impl/{M}.h\"", f"#include \"intern/vantrel/wire/{M}Wire.h\"", "",
-           "#include <functional>", "#include <tuple>", "",
+           "#include <functional>", "#include <stdexcept>", "#include <string>", "#include <tuple>", "",
            "using vantrel::frame::fromWire;", "using vantrel::frame::toWire;", "",
            f"namespace {M} {{", "namespace {", ""]
     for iface in ("IService", "IClient"):
@@ -117,6 +121,17 @@ def emit_impl_source(mod: Module) -> str:
                              (["bool"] if msg.dispose else []))
             args = ", ".join([str(index)] + _arg_names(msg))
             out += [f"    m_core.callHooks<void (*)({hook})>({args});", "}", ""]
+        out.append(f"void Sender{iface}::sendWire(std::size_t operation, const void* message, bool dispose) {{")
+        out.append("    KELVA_TRACE_ENTRY();")
+        if msgs:
+            sends = ", ".join(f"&vantrel::frame::SenderCore::sendWire<{iface}_{m.name}>" for m in msgs)
+            out += ["    using Send = void (vantrel::frame::SenderCore::*)(std::size_t, const void*, bool);",
+                    f"    static constexpr Send sends[] = {{{sends}}};",
+                    f"    if (operation < {len(msgs)}) return (m_core.*sends[operation])(operation, message, dispose);"]
+        else:
+            out.append("    (void)message; (void)dispose;")
+        out += [f"    throw std::out_of_range(\"{M}::Sender{iface}::sendWire: no operation \" + std::to_string(operation));",
+                "}", ""]
         ops = ", ".join(f"{iface}_{m.name}" for m in msgs)
         for target in (f"{iface}* impl", "const vantrel::CallbackMap* callbacks"):
             var = target.split()[-1]

@@ -8,7 +8,7 @@
 
 #include "Bindings.h"
 #include "Registry.h"
-#include "Text.h"
+#include "TextForm.h"
 #include "ToWire.h"
 
 namespace py = pybind11;

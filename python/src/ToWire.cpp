@@ -8,7 +8,6 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
-#include <vector>
 
 #include "Registry.h"
 
@@ -17,7 +16,10 @@ namespace vantrel::python {
 using catalog::Kind;
 using catalog::OperationInfo;
 using catalog::StructInfo;
+using catalog::storeWire;
 using catalog::TypeInfo;
+using catalog::WireFault;
+using catalog::WirePath;
 
 namespace {
 
@@ -65,72 +67,67 @@ void* WireWriter::message(const OperationInfo& operation, PyObject* args, const 
         throw PythonError{};
     }
     char* wire = static_cast<char*>(allocate(info.size));
-    *reinterpret_cast<char**>(wire + info.members[0].offset) =
-        copyText(sender, static_cast<Py_ssize_t>(std::strlen(sender)));
-    for (uint32_t i = 1; i < info.count; ++i) {
-        const Path path{nullptr, info.members[i].name, 0};
-        value(info.members[i].type, wire + info.members[i].offset, PyTuple_GET_ITEM(args, i - 1), &path);
-    }
+    storeWire<char*>(wire + info.members[0].offset, copyText(sender));
+    catalog::WireFiller<WireWriter> filler(*this);
+    for (uint32_t i = 1; i < info.count; ++i) filler.member(info, i, wire, PyTuple_GET_ITEM(args, i - 1), nullptr);
     return wire;
 }
 
-void WireWriter::structure(const StructInfo& info, void* wire, PyObject* object, const Path* path) {
+void* WireWriter::value(const StructInfo& info, PyObject* object) {
+    void* wire = allocate(info.size);
+    catalog::WireFiller<WireWriter> filler(*this);
+    filler.structure(info, wire, object, catalog::kWireRoot);
+    return wire;
+}
+
+template <class Fill>
+void WireWriter::structure(const StructInfo& info, PyObject* object, const WirePath& path, Fill fill) {
     const StructClass& cls = structClass(info);
     const int is = PyObject_IsInstance(object, cls.cls);
     if (is < 0) throw PythonError{};
     if (!is) expected(pythonName(info).c_str(), object, path);
     for (uint32_t i = 0; i < info.count; ++i) {
-        const Path member{path, info.members[i].name, 0};
         Ref field = Ref::steal(PyObject_GetAttr(object, cls.attributes[i]));
         if (!field) {
             if (!PyErr_ExceptionMatches(PyExc_AttributeError)) throw PythonError{};
             PyErr_Clear();
-            fail(PyExc_TypeError, &member, "not set");
+            fail(WireFault::Type, WirePath{&path, info.members[i].name, 0}, "not set");
         }
-        value(info.members[i].type, static_cast<char*>(wire) + info.members[i].offset, field.get(), &member);
+        fill(i, field.get());
     }
 }
 
-void WireWriter::value(const TypeInfo& type, void* wire, PyObject* object, const Path* path) {
-    switch (type.kind) {
-        case Kind::Bool:
-            if (!PyBool_Check(object)) expected("bool", object, path);
-            *static_cast<bool*>(wire) = object == Py_True;
-            return;
-        case Kind::Octet: return integer<uint8_t>(wire, object, path, "octet");
-        case Kind::Int16: return integer<int16_t>(wire, object, path, "int16");
-        case Kind::UInt16: return integer<uint16_t>(wire, object, path, "uint16");
-        case Kind::Int32: return integer<int32_t>(wire, object, path, "int32");
-        case Kind::UInt32: return integer<uint32_t>(wire, object, path, "uint32");
-        case Kind::Int64: return integer<int64_t>(wire, object, path, "int64");
-        case Kind::UInt64: return integer<uint64_t>(wire, object, path, "uint64");
-        case Kind::Float:
-        case Kind::Double: return floating(type, wire, object, path);
-        case Kind::String:
-        case Kind::BoundedString: return string(type, wire, object, path);
-        case Kind::Sequence: return sequence(type, wire, object, path);
-        case Kind::Enum: return enumeration(type, wire, object, path);
-        case Kind::Struct: return structure(*type.structure, wire, object, path);
+bool WireWriter::boolean(PyObject* object, const WirePath& path) {
+    if (!PyBool_Check(object)) expected("bool", object, path);
+    return object == Py_True;
+}
+
+template <class T>
+T WireWriter::number(PyObject* object, const WirePath& path, Kind kind) {
+    if constexpr (std::is_floating_point_v<T>) {
+        (void)kind;
+        return static_cast<T>(floating(object, path, std::is_same_v<T, float>));
+    } else {
+        return integer<T>(object, path, catalog::kindName(kind));
     }
 }
 
 template <class T>
-void WireWriter::integer(void* wire, PyObject* object, const Path* path, const char* typeName) {
+T WireWriter::integer(PyObject* object, const WirePath& path, const char* typeName) {
     if (PyBool_Check(object) || !PyIndex_Check(object)) expected("int", object, path);
     Ref index = Ref::checked(PyNumber_Index(object));
     auto outOfRange = [&] {
-        fail(PyExc_ValueError, path, textOf(index.get()) + " is out of range for " + typeName + " (" +
+        fail(WireFault::Value, path, textOf(index.get()) + " is out of range for " + typeName + " (" +
                                          std::to_string(std::numeric_limits<T>::min()) + " to " +
                                          std::to_string(std::numeric_limits<T>::max()) + ")");
     };
-    T result{};
     if constexpr (std::is_same_v<T, uint64_t>) {
         const unsigned long long x = PyLong_AsUnsignedLongLong(index.get());
         if (x == static_cast<unsigned long long>(-1) && PyErr_Occurred()) {
             PyErr_Clear();
             outOfRange();
         }
-        result = static_cast<T>(x);
+        return static_cast<T>(x);
     } else {
         int overflow = 0;
         const long long x = PyLong_AsLongLongAndOverflow(index.get(), &overflow);
@@ -138,12 +135,11 @@ void WireWriter::integer(void* wire, PyObject* object, const Path* path, const c
         if (overflow || x < static_cast<long long>(std::numeric_limits<T>::min()) ||
             x > static_cast<long long>(std::numeric_limits<T>::max()))
             outOfRange();
-        result = static_cast<T>(x);
+        return static_cast<T>(x);
     }
-    std::memcpy(wire, &result, sizeof result);
 }
 
-void WireWriter::floating(const TypeInfo& type, void* wire, PyObject* object, const Path* path) {
+double WireWriter::floating(PyObject* object, const WirePath& path, bool single) {
     const PyNumberMethods* number = Py_TYPE(object)->tp_as_number;
     const bool numeric = PyFloat_Check(object) || PyLong_Check(object) || PyIndex_Check(object) ||
                          (number && number->nb_float);
@@ -152,96 +148,58 @@ void WireWriter::floating(const TypeInfo& type, void* wire, PyObject* object, co
     if (x == -1.0 && PyErr_Occurred()) {
         if (!PyErr_ExceptionMatches(PyExc_OverflowError)) throw PythonError{};
         PyErr_Clear();
-        fail(PyExc_ValueError, path, textOf(object) + " is out of range for double");
+        fail(WireFault::Value, path, textOf(object) + " is out of range for double");
     }
-    if (type.kind == Kind::Double) {
-        std::memcpy(wire, &x, sizeof x);
-        return;
-    }
-    if (std::isfinite(x) && std::fabs(x) > static_cast<double>(FLT_MAX))
-        fail(PyExc_ValueError, path, textOf(object) + " is out of range for float");
-    const auto f = static_cast<float>(x);
-    std::memcpy(wire, &f, sizeof f);
+    if (single && std::isfinite(x) && std::fabs(x) > static_cast<double>(FLT_MAX))
+        fail(WireFault::Value, path, textOf(object) + " is out of range for float");
+    return x;
 }
 
-void WireWriter::string(const TypeInfo& type, void* wire, PyObject* object, const Path* path) {
+std::string_view WireWriter::text(PyObject* object, const WirePath& path) {
     if (!PyUnicode_Check(object)) expected("str", object, path);
     Py_ssize_t size = 0;
-    const char* text = PyUnicode_AsUTF8AndSize(object, &size);
-    Ref encoded;
-    if (!text) {
-        // A string decoded from bytes that were not UTF-8 goes back as those bytes.
+    if (const char* utf8 = PyUnicode_AsUTF8AndSize(object, &size)) return {utf8, static_cast<std::size_t>(size)};
+    // A string decoded from bytes that were not UTF-8 goes back as those bytes.
+    PyErr_Clear();
+    m_encoded = Ref::steal(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
+    if (!m_encoded) {
         PyErr_Clear();
-        encoded = Ref::steal(PyUnicode_AsEncodedString(object, "utf-8", "surrogateescape"));
-        if (!encoded) {
-            PyErr_Clear();
-            fail(PyExc_ValueError, path, "cannot be encoded as UTF-8");
-        }
-        text = PyBytes_AS_STRING(encoded.get());
-        size = PyBytes_GET_SIZE(encoded.get());
+        fail(WireFault::Value, path, "cannot be encoded as UTF-8");
     }
-    if (std::memchr(text, 0, static_cast<std::size_t>(size)))
-        fail(PyExc_ValueError, path, "contains a NUL character, which the wire cannot carry");
-    if (type.kind == Kind::BoundedString) {
-        if (size > static_cast<Py_ssize_t>(type.bound))
-            fail(PyExc_ValueError, path, "string of " + std::to_string(size) + " bytes exceeds its bound of " +
-                                             std::to_string(type.bound));
-        std::memcpy(wire, text, static_cast<std::size_t>(size));
-        static_cast<char*>(wire)[size] = '\0';
-        return;
-    }
-    *static_cast<char**>(wire) = copyText(text, size);
+    return {PyBytes_AS_STRING(m_encoded.get()), static_cast<std::size_t>(PyBytes_GET_SIZE(m_encoded.get()))};
 }
 
-void WireWriter::enumeration(const TypeInfo& type, void* wire, PyObject* object, const Path* path) {
-    const EnumClass& cls = enumClass(*type.enumeration);
+int32_t WireWriter::enumeration(const catalog::EnumInfo& info, PyObject* object, const WirePath& path) {
+    const EnumClass& cls = enumClass(info);
     const int is = PyObject_IsInstance(object, cls.cls);
     if (is < 0) throw PythonError{};
     // A plain number is taken as the C++ API takes a cast one; a literal of another enumeration is not.
     if (!is && (PyBool_Check(object) || !PyLong_Check(object) || isEnumMember(object)))
-        expected(pythonName(*type.enumeration).c_str(), object, path);
+        expected(pythonName(info).c_str(), object, path);
     int overflow = 0;
     const long long x = PyLong_AsLongLongAndOverflow(object, &overflow);
     if (x == -1 && PyErr_Occurred()) throw PythonError{};
     if (overflow || x < std::numeric_limits<int32_t>::min() || x > std::numeric_limits<int32_t>::max())
-        fail(PyExc_ValueError, path, textOf(object) + " is out of range for a 32-bit enumeration");
-    const auto raw = static_cast<int32_t>(x);
-    std::memcpy(wire, &raw, sizeof raw);
+        fail(WireFault::Value, path, textOf(object) + " is out of range for a 32-bit enumeration");
+    return static_cast<int32_t>(x);
 }
 
-void WireWriter::sequence(const TypeInfo& type, void* wire, PyObject* object, const Path* path) {
-    const TypeInfo& element = *type.element;
-    auto* seq = static_cast<dds_sequence_t*>(wire);
-    auto checkBound = [&](Py_ssize_t n) {
-        if (type.bound != 0 && n > static_cast<Py_ssize_t>(type.bound))
-            fail(PyExc_ValueError, path, std::string(type.bound == 1 ? "optional holds " : "list holds ") +
-                                             std::to_string(n) + " elements, at most " + std::to_string(type.bound));
-    };
-    auto place = [&](void* buffer, Py_ssize_t n) {
-        seq->_maximum = seq->_length = static_cast<uint32_t>(n);
-        seq->_buffer = static_cast<uint8_t*>(buffer);
-        seq->_release = false;
-    };
-    if (element.kind == Kind::Octet && (PyBytes_Check(object) || PyByteArray_Check(object))) {
-        const bool bytes = PyBytes_Check(object);
-        const Py_ssize_t n = bytes ? PyBytes_GET_SIZE(object) : PyByteArray_GET_SIZE(object);
-        checkBound(n);
-        void* buffer = n ? allocate(static_cast<std::size_t>(n)) : nullptr;
-        if (n) std::memcpy(buffer, bytes ? PyBytes_AS_STRING(object) : PyByteArray_AS_STRING(object), static_cast<std::size_t>(n));
-        return place(buffer, n);
+bool WireWriter::octets(const TypeInfo&, PyObject* object, std::string_view& bytes) {
+    if (PyBytes_Check(object)) {
+        bytes = {PyBytes_AS_STRING(object), static_cast<std::size_t>(PyBytes_GET_SIZE(object))};
+        return true;
     }
+    if (PyByteArray_Check(object)) {
+        bytes = {PyByteArray_AS_STRING(object), static_cast<std::size_t>(PyByteArray_GET_SIZE(object))};
+        return true;
+    }
+    return false;
+}
+
+WireWriter::Items WireWriter::items(const TypeInfo& type, PyObject* object, const WirePath& path) {
     if (!PyList_Check(object) && !PyTuple_Check(object))
-        expected(element.kind == Kind::Octet ? "bytes or list" : "list", object, path);
-    // A snapshot: Python code the conversion runs (__index__, __float__) cannot change what is converted.
-    Ref items = Ref::checked(PySequence_Tuple(object));
-    const Py_ssize_t n = PyTuple_GET_SIZE(items.get());
-    checkBound(n);
-    char* buffer = n ? static_cast<char*>(allocate(static_cast<std::size_t>(n) * element.size)) : nullptr;
-    for (Py_ssize_t i = 0; i < n; ++i) {
-        const Path at{path, nullptr, i};
-        value(element, buffer + static_cast<std::size_t>(i) * element.size, PyTuple_GET_ITEM(items.get(), i), &at);
-    }
-    place(buffer, n);
+        expected(type.element->kind == Kind::Octet ? "bytes or list" : "list", object, path);
+    return Items(Ref::checked(PySequence_Tuple(object)));
 }
 
 void* WireWriter::allocate(std::size_t bytes) {
@@ -249,26 +207,20 @@ void* WireWriter::allocate(std::size_t bytes) {
     return m_scratch.array<std::max_align_t>(units);
 }
 
-char* WireWriter::copyText(const char* text, Py_ssize_t size) {
-    char* copy = m_scratch.array<char>(static_cast<std::size_t>(size) + 1);  // zeroed: terminated
-    std::memcpy(copy, text, static_cast<std::size_t>(size));
+char* WireWriter::copyText(std::string_view text) {
+    char* copy = m_scratch.array<char>(text.size() + 1);  // zeroed: terminated
+    std::memcpy(copy, text.data(), text.size());
     return copy;
 }
 
-void WireWriter::fail(PyObject* exceptionType, const Path* path, const std::string& problem) const {
-    std::vector<const Path*> chain;
-    for (const Path* p = path; p; p = p->parent) chain.push_back(p);
-    std::string where;
-    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-        if ((*it)->member) where += (where.empty() ? "" : ".") + std::string((*it)->member);
-        else where += "[" + std::to_string((*it)->index) + "]";
-    }
-    PyErr_SetString(exceptionType, (std::string(m_module) + "." + m_name + ": " + where + ": " + problem).c_str());
+void WireWriter::fail(WireFault fault, const WirePath& path, const std::string& problem) const {
+    PyErr_SetString(fault == WireFault::Type ? PyExc_TypeError : PyExc_ValueError,
+                    (std::string(m_module) + "." + m_name + ": " + path.text() + ": " + problem).c_str());
     throw PythonError{};
 }
 
-void WireWriter::expected(const char* what, PyObject* object, const Path* path) const {
-    fail(PyExc_TypeError, path, std::string("expected ") + what + ", got " + describeType(object));
+void WireWriter::expected(const char* what, PyObject* object, const WirePath& path) const {
+    fail(WireFault::Type, path, std::string("expected ") + what + ", got " + describeType(object));
 }
 
 }  // namespace vantrel::python

@@ -7,8 +7,10 @@
 #include <mutex>
 #include <thread>
 
+#include "intern/vantrel/wire/M_WatchdogWire.h"
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Watchdog.h"
+#include "vantrel/frame/Sender.h"
 #include "vantrel/test/Support.h"
 
 namespace {
@@ -86,6 +88,57 @@ TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
     }
     service.invalidate();
     probe.reset();  // the injectors die with the observer
+}
+
+TEST(PluginHooks, AWireLevelSendIsTheTypedSendHooksAndDisposalIncluded) {
+    PluginProbe probe(WATCHDOG_PLUGIN);
+    probe.reset();
+    const auto config = withPlugin(WATCHDOG_PLUGIN);
+    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    Watchdog watchdog;
+    auto service = M_Watchdog::Service::create(serviceSession, "watchdog", watchdog);
+    auto client = M_Watchdog::Client::createWriteOnly(clientSession, "console");
+    const std::string clientId = client.actorInfo().actorId;
+    client.waitUntilConnected();
+
+    auto sender = client.operator->();
+    auto* wire = dynamic_cast<vantrel::frame::WireSender*>(sender.get());
+    ASSERT_NE(wire, nullptr);
+    // The sending actor is the sender's own whatever the message says: the disposal below meets the
+    // instance the write made only so.
+    char someoneElse[] = "someone-else";
+    char watched[] = "camera-app";
+    char service_[] = "M_Camera";
+    VendorData_M_Watchdog_IService_ConfigWatch message{};
+    message.kelva_sending_actor = someoneElse;
+    message.KeyWatchedClientId = watched;
+    message.KeyAssociatedServiceName = service_;
+    wire->sendWire(0, &message, false);
+    EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId));
+    ASSERT_TRUE(vantrel::test::waitUntil([&] {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        return watchdog.watched.size() == 1;
+    }));
+    wire->sendWire(0, &message, true);
+    EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId + " dispose"));
+    ASSERT_TRUE(vantrel::test::waitUntil([&] {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        return watchdog.watched.size() == 2;
+    }));
+    {
+        std::lock_guard<std::mutex> lock(watchdog.mutex);
+        EXPECT_EQ(watchdog.watched[0], "camera-app");
+        EXPECT_EQ(watchdog.watched[1], "camera-app dispose");
+    }
+    EXPECT_STREQ(message.kelva_sending_actor, "someone-else");  // the caller's message is left alone
+    EXPECT_THROW(wire->sendWire(1, &message, false), std::out_of_range);
+
+    sender.reset();  // shares the actor: invalidation waits for it
+    client.invalidate();
+    EXPECT_THROW(client.operator->(), std::logic_error);
+    service.invalidate();
+    probe.reset();
 }
 
 TEST(PluginHooks, APluginLackingAHookStopsCreationWithTheLoadersText) {

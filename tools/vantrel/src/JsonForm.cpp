@@ -2,209 +2,171 @@
 
 #include <dds/dds.h>
 
-#include <cmath>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
+#include "vantrel/catalog/WireVisitor.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/WireSample.h"
 
 namespace vantrel::tool {
 
+using catalog::EnumInfo;
 using catalog::Kind;
 using catalog::MemberInfo;
 using catalog::StructInfo;
 using catalog::TypeInfo;
+using catalog::WireFault;
+using catalog::WirePath;
 using nlohmann::json;
 
 namespace {
 
-struct Sequence {  // the layout of every idlc sequence
-    uint32_t maximum;
-    uint32_t length;
-    void* buffer;
-    bool release;
+// Wire values as JSON.
+struct JsonReader {
+    using Value = json;
+
+    json boolean(bool b) { return b; }
+    template <class T>
+    json number(T x) { return x; }
+    json text(const char* data, std::size_t size) { return std::string(data, size); }
+    json enumeration(const EnumInfo& e, int32_t raw) {
+        if (raw >= 0 && static_cast<uint32_t>(raw) < e.count) return e.literals[raw];
+        return raw;  // a value a peer sent outside the literals: shown as the number
+    }
+    template <class Items>
+    json sequence(const TypeInfo&, const dds_sequence_t& seq, Items items) {
+        json out = json::array();
+        for (uint32_t i = 0; i < seq._length; ++i) out.push_back(items(i));
+        return out;
+    }
+    template <class Members>
+    json structure(const StructInfo& info, Members members) {
+        json out = json::object();
+        for (uint32_t i = 0; i < info.count; ++i) out[info.members[i].name] = members(i);
+        return out;
+    }
 };
 
-template <class T>
-T load(const void* p) {
-    T v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-template <class T>
-void store(void* p, T v) {
-    std::memcpy(p, &v, sizeof v);
-}
-
-json valueToJson(const TypeInfo& type, const void* p) {
-    switch (type.kind) {
-        case Kind::Bool: return load<bool>(p);
-        case Kind::Octet: return load<uint8_t>(p);
-        case Kind::Int16: return load<int16_t>(p);
-        case Kind::UInt16: return load<uint16_t>(p);
-        case Kind::Int32: return load<int32_t>(p);
-        case Kind::UInt32: return load<uint32_t>(p);
-        case Kind::Int64: return load<int64_t>(p);
-        case Kind::UInt64: return load<uint64_t>(p);
-        case Kind::Float: return load<float>(p);
-        case Kind::Double: return load<double>(p);
-        case Kind::String: {
-            const char* s = load<const char*>(p);
-            return s ? s : "";
-        }
-        case Kind::BoundedString: return std::string(static_cast<const char*>(p), strnlen(static_cast<const char*>(p), type.bound + 1));
-        case Kind::Enum: {
-            const int32_t v = load<int32_t>(p);
-            if (v >= 0 && static_cast<uint32_t>(v) < type.enumeration->count) return type.enumeration->literals[v];
-            return v;  // a value a peer sent outside the literals: shown as the number
-        }
-        case Kind::Struct: return toJson(*type.structure, p);
-        case Kind::Sequence: {
-            const auto seq = load<Sequence>(p);
-            json out = json::array();
-            for (uint32_t i = 0; i < seq.length; ++i)
-                out.push_back(valueToJson(*type.element, static_cast<const char*>(seq.buffer) + i * type.element->size));
-            return out;
-        }
-    }
-    return nullptr;
-}
-
-[[noreturn]] void wrong(const std::string& path, const std::string& expected, const json& got) {
+[[noreturn]] void wrong(const WirePath& path, const std::string& expected, const json& got) {
     std::string shown = got.dump();
     if (shown.size() > 60) shown = shown.substr(0, 57) + "...";
-    throw InputError(path + ": expected " + expected + ", got " + shown);
+    throw InputError(path.text() + ": expected " + expected + ", got " + shown);
 }
 
-template <class T>
-void storeInteger(void* p, const json& v, const std::string& path, const char* what) {
-    if (v.is_number_integer()) {
-        if (v.is_number_unsigned()) {
-            const auto u = v.get<uint64_t>();
-            if (u <= static_cast<uint64_t>(std::numeric_limits<T>::max())) return store<T>(p, static_cast<T>(u));
+// JSON values into a wire sample the DDS layer frees (dds_sample_free).
+class JsonSource {
+public:
+    using Value = const json&;
+    static constexpr bool kReleases = true;
+
+    bool boolean(const json& v, const WirePath& path) {
+        if (!v.is_boolean()) wrong(path, "true or false", v);
+        return v.get<bool>();
+    }
+
+    template <class T>
+    T number(const json& v, const WirePath& path, Kind kind) {
+        if constexpr (std::is_floating_point_v<T>) {
+            (void)kind;
+            if (!v.is_number()) wrong(path, "a number", v);
+            return v.get<T>();
         } else {
-            const auto s = v.get<int64_t>();
-            if (s >= static_cast<int64_t>(std::numeric_limits<T>::min()) &&
-                (s < 0 || static_cast<uint64_t>(s) <= static_cast<uint64_t>(std::numeric_limits<T>::max())))
-                return store<T>(p, static_cast<T>(s));
+            if (!v.is_number_integer()) wrong(path, std::string("an integer (") + catalog::kindName(kind) + ")", v);
+            if (v.is_number_unsigned()) {
+                const auto u = v.get<uint64_t>();
+                if (u <= static_cast<uint64_t>(std::numeric_limits<T>::max())) return static_cast<T>(u);
+            } else {
+                const auto s = v.get<int64_t>();
+                if (s >= static_cast<int64_t>(std::numeric_limits<T>::min()) &&
+                    (s < 0 || static_cast<uint64_t>(s) <= static_cast<uint64_t>(std::numeric_limits<T>::max())))
+                    return static_cast<T>(s);
+            }
+            throw InputError(path.text() + ": " + v.dump() + " is out of range for " + catalog::kindName(kind));
         }
-        throw InputError(path + ": " + v.dump() + " is out of range for " + what);
     }
-    wrong(path, std::string("an integer (") + what + ")", v);
-}
 
-void valueFromJson(const json& v, const TypeInfo& type, void* p, const std::string& path) {
-    switch (type.kind) {
-        case Kind::Bool:
-            if (!v.is_boolean()) wrong(path, "true or false", v);
-            return store<bool>(p, v.get<bool>());
-        case Kind::Octet: return storeInteger<uint8_t>(p, v, path, "octet");
-        case Kind::Int16: return storeInteger<int16_t>(p, v, path, "int16");
-        case Kind::UInt16: return storeInteger<uint16_t>(p, v, path, "uint16");
-        case Kind::Int32: return storeInteger<int32_t>(p, v, path, "int32");
-        case Kind::UInt32: return storeInteger<uint32_t>(p, v, path, "uint32");
-        case Kind::Int64: return storeInteger<int64_t>(p, v, path, "int64");
-        case Kind::UInt64: return storeInteger<uint64_t>(p, v, path, "uint64");
-        case Kind::Float:
-            if (!v.is_number()) wrong(path, "a number", v);
-            return store<float>(p, v.get<float>());
-        case Kind::Double:
-            if (!v.is_number()) wrong(path, "a number", v);
-            return store<double>(p, v.get<double>());
-        case Kind::String: {
-            if (!v.is_string()) wrong(path, "a string", v);
-            const auto& s = v.get_ref<const std::string&>();
-            if (s.find('\0') != std::string::npos) throw InputError(path + ": a string may not contain NUL");
-            dds_free(load<char*>(p));
-            return store<char*>(p, dds_string_dup(s.c_str()));
-        }
-        case Kind::BoundedString: {
-            if (!v.is_string()) wrong(path, "a string", v);
-            const auto& s = v.get_ref<const std::string&>();
-            if (s.size() > type.bound)
-                throw InputError(path + ": string of " + std::to_string(s.size()) + " characters exceeds its bound of " +
-                                 std::to_string(type.bound));
-            std::memcpy(p, s.c_str(), s.size() + 1);
-            return;
-        }
-        case Kind::Enum: {
-            const auto& e = *type.enumeration;
-            if (v.is_string()) {
-                for (uint32_t i = 0; i < e.count; ++i)
-                    if (v.get_ref<const std::string&>() == e.literals[i]) return store<int32_t>(p, static_cast<int32_t>(i));
+    std::string_view text(const json& v, const WirePath& path) {
+        if (!v.is_string()) wrong(path, "a string", v);
+        return v.get_ref<const std::string&>();
+    }
+
+    int32_t enumeration(const EnumInfo& e, const json& v, const WirePath& path) {
+        if (v.is_string())
+            for (uint32_t i = 0; i < e.count; ++i)
+                if (v.get_ref<const std::string&>() == e.literals[i]) return static_cast<int32_t>(i);
+        std::string literals;
+        for (uint32_t i = 0; i < e.count; ++i) literals += (i ? ", " : "") + std::string(e.literals[i]);
+        wrong(path, std::string("a literal of ") + e.module + "::" + e.name + " (" + literals + ")", v);
+    }
+
+    // A byte list may be given as text.
+    bool octets(const TypeInfo&, const json& v, std::string_view& bytes) {
+        if (!v.is_string()) return false;
+        bytes = v.get_ref<const std::string&>();
+        return true;
+    }
+
+    const json& items(const TypeInfo& type, const json& v, const WirePath& path) {
+        if (!v.is_array()) wrong(path, type.bound == 1 ? "an array of zero or one element (an optional)" : "an array", v);
+        return v;
+    }
+
+    template <class Fill>
+    void structure(const StructInfo& type, const json& value, const WirePath& path, Fill fill) {
+        if (!value.is_object()) wrong(path, std::string("an object (") + type.module + "::" + type.name + ")", value);
+        for (const auto& [name, member] : value.items()) {
+            const MemberInfo* found = nullptr;
+            uint32_t index = 0;
+            for (uint32_t i = 0; i < type.count && !found; ++i)
+                if (name == type.members[i].name && name != kSendingActorMember) found = &type.members[index = i];
+            if (!found) {
+                std::string known;
+                for (uint32_t i = 0; i < type.count; ++i)
+                    if (std::strcmp(type.members[i].name, kSendingActorMember) != 0)
+                        known += (known.empty() ? "" : ", ") + std::string(type.members[i].name);
+                const WirePath where{&path, name.c_str(), 0};
+                throw InputError(where.text() + ": no such member in " + type.module + "::" + type.name + " (members: " +
+                                 (known.empty() ? "none" : known) + ")");
             }
-            std::string literals;
-            for (uint32_t i = 0; i < e.count; ++i) literals += (i ? ", " : "") + std::string(e.literals[i]);
-            wrong(path, std::string("a literal of ") + e.module + "::" + e.name + " (" + literals + ")", v);
-        }
-        case Kind::Struct:
-            return fromJson(v, *type.structure, p, path);
-        case Kind::Sequence: {
-            const TypeInfo& element = *type.element;
-            if (element.kind == Kind::Octet && v.is_string()) {  // a byte list may be given as text
-                const auto& s = v.get_ref<const std::string&>();
-                json bytes = json::array();
-                for (unsigned char c : s) bytes.push_back(c);
-                return valueFromJson(bytes, type, p, path);
-            }
-            if (!v.is_array()) wrong(path, type.bound == 1 ? "an array of zero or one element (an optional)" : "an array", v);
-            if (type.bound && v.size() > type.bound)
-                throw InputError(path + ": " + (type.bound == 1 ? "optional holds " : "list holds ") +
-                                 std::to_string(v.size()) + " elements, at most " + std::to_string(type.bound));
-            auto seq = load<Sequence>(p);
-            if (seq.release) dds_free(seq.buffer);  // (only when filled twice; contents are zero then)
-            seq.length = seq.maximum = static_cast<uint32_t>(v.size());
-            seq.buffer = v.empty() ? nullptr : dds_alloc(v.size() * element.size);  // zeroed
-            seq.release = true;
-            store(p, seq);
-            for (std::size_t i = 0; i < v.size(); ++i)
-                valueFromJson(v[i], element, static_cast<char*>(seq.buffer) + i * element.size,
-                              path + "[" + std::to_string(i) + "]");
-            return;
+            fill(index, member);
         }
     }
-}
+
+    void* allocate(std::size_t bytes) { return dds_alloc(bytes); }  // zeroed
+    char* copyText(std::string_view text) { return dds_string_dup(std::string(text).c_str()); }
+
+    [[noreturn]] void fail(WireFault, const WirePath& path, const std::string& problem) {
+        throw InputError(path.text() + ": " + problem);
+    }
+};
 
 }  // namespace
 
 json toJson(const StructInfo& type, const void* data, bool withActor) {
+    JsonReader reader;
     json out = json::object();
     for (uint32_t i = 0; i < type.count; ++i) {
         const MemberInfo& m = type.members[i];
         if (!withActor && std::strcmp(m.name, kSendingActorMember) == 0) continue;
-        out[m.name] = valueToJson(m.type, static_cast<const char*>(data) + m.offset);
+        out[m.name] = catalog::readWireMember(reader, type, i, data);
     }
     return out;
 }
 
 json keysToJson(const StructInfo& type, const void* data) {
+    JsonReader reader;
     json out = json::object();
-    for (uint32_t i = 0; i < type.count; ++i) {
-        const MemberInfo& m = type.members[i];
-        if (m.key) out[m.name] = valueToJson(m.type, static_cast<const char*>(data) + m.offset);
-    }
+    for (uint32_t i = 0; i < type.count; ++i)
+        if (type.members[i].key) out[type.members[i].name] = catalog::readWireMember(reader, type, i, data);
     return out;
 }
 
 void fromJson(const json& value, const StructInfo& type, void* data, const std::string& path) {
-    if (!value.is_object()) wrong(path, std::string("an object (") + type.module + "::" + type.name + ")", value);
-    for (const auto& [name, member] : value.items()) {
-        const MemberInfo* found = nullptr;
-        for (uint32_t i = 0; i < type.count && !found; ++i)
-            if (name == type.members[i].name && name != kSendingActorMember) found = &type.members[i];
-        const std::string where = path.empty() ? name : path + "." + name;
-        if (!found) {
-            std::string known;
-            for (uint32_t i = 0; i < type.count; ++i)
-                if (std::strcmp(type.members[i].name, kSendingActorMember) != 0)
-                    known += (known.empty() ? "" : ", ") + std::string(type.members[i].name);
-            throw InputError(where + ": no such member in " + type.module + "::" + type.name + " (members: " +
-                             (known.empty() ? "none" : known) + ")");
-        }
-        valueFromJson(member, found->type, static_cast<char*>(data) + found->offset, where);
-    }
+    JsonSource source;
+    catalog::WireFiller<JsonSource> filler(source);
+    filler.structure(type, data, value, WirePath{nullptr, path.c_str(), 0});
 }
 
 }  // namespace vantrel::tool

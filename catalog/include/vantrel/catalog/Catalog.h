@@ -1,8 +1,8 @@
 #pragma once
 // The contract seen from outside: every module, type and operation as data, generated from idl/ into
 // constant tables (nothing runs at start-up). Types describe the idlc C wire structs (offsets, sizes),
-// so generic code can read and fill any wire message: the tool's JSON and text forms, recording,
-// the Python binding.
+// so generic code can read and fill any wire message (through WireVisitor.h): the tool's JSON and text
+// forms, recording, the Python binding.
 #include <dds/dds.h>
 
 #include <cstdint>
@@ -56,6 +56,7 @@ struct StructInfo {
     const MemberInfo* members;
     uint32_t count;
     uint32_t size;     // sizeof the C struct
+    void (*print)(std::ostream&, const void* wire);  // the text form (the generated printer of the wire type)
 };
 
 enum class Role : uint8_t { Client, Service };

@@ -44,8 +44,10 @@ class Facade {
 public:
     virtual ~Facade() = default;
     // Sends one operation of the facade's sending interface from its wire message (kelva_sending_actor
-    // is ignored: the facade's actor sends). An operation of another module or interface throws
-    // std::invalid_argument; a value over a wire bound throws it too, before anything is sent.
+    // is ignored: the facade's actor sends), as the typed operation sends it (trace, first-write wait,
+    // write or dispose, plug-in hooks). An operation of another module or interface throws
+    // std::invalid_argument. The message is sent as it is: bounds are checked where it is filled (the
+    // catalogue's WireFiller), not again here. An invalidated facade throws as its typed operations do.
     virtual void send(const OperationInfo& operation, const void* message, bool dispose) = 0;
     virtual bool isValid() const = 0;
     virtual void invalidate() = 0;

@@ -49,6 +49,12 @@ private:
 // A value that cannot go on the wire; names the type and member.
 [[noreturn]] VANTREL_EXPORT void refuse(const char* where, const std::string& what);
 
+// The texts of a value over a wire bound, the same from every path that fills a wire struct (the
+// senders, the catalogue's wire visitor): "string of 300 characters exceeds its bound of 255",
+// "optional holds 2 elements, at most 1", "list holds 101 elements, at most 100".
+VANTREL_EXPORT std::string stringOverBound(std::size_t size, std::size_t bound);
+VANTREL_EXPORT std::string sequenceOverBound(std::size_t size, std::size_t bound);
+
 // Numbers and bools.
 template <class W, class A, std::enable_if_t<std::is_arithmetic_v<A> && std::is_arithmetic_v<W>, int> = 0>
 inline void toWire(W& out, const A& in, Scratch&, const char*) {
@@ -67,7 +73,7 @@ inline void fromWire(std::string& out, const char* in) { out.assign(in ? in : ""
 template <std::size_t N>
 inline void toWire(char (&out)[N], const std::string& in, Scratch&, const char* where) {
     if (in.size() > N - 1)
-        refuse(where, "string of " + std::to_string(in.size()) + " characters exceeds its bound of " + std::to_string(N - 1));
+        refuse(where, stringOverBound(in.size(), N - 1));
     std::memcpy(out, in.data(), in.size());
     out[in.size()] = '\0';
 }
@@ -107,10 +113,7 @@ inline void print(std::ostream& out, const W& seq) {
 template <class Seq, class A>
 void toWireSeq(Seq& out, const std::vector<A>& in, Scratch& scratch, const char* where, std::size_t bound) {
     using W = std::remove_pointer_t<decltype(out._buffer)>;
-    if (bound != 0 && in.size() > bound) {
-        refuse(where, (bound == 1 ? "optional holds " : "list holds ") + std::to_string(in.size()) +
-                          " elements, at most " + std::to_string(bound));
-    }
+    if (bound != 0 && in.size() > bound) refuse(where, sequenceOverBound(in.size(), bound));
     const auto n = static_cast<uint32_t>(in.size());
     out._length = out._maximum = n;
     out._release = false;

@@ -1,10 +1,12 @@
 #pragma once
 // What every generated sender shares: the actor, its write pool, one first-call flag and one list of
 // `_ToPlugin` hooks per operation (declaration order). A generated operation fills its wire message and
-// calls publish() and then callHooks().
+// calls publish() and then callHooks(); the wire-level entry (WireSender) calls sendWire(), which does both.
 #include <atomic>
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "vantrel/Export.h"
@@ -14,6 +16,19 @@
 #include "kelva/base/PluginLoader.h"
 
 namespace vantrel::frame {
+
+// The wire-level entry of every generated sender, for code that holds an operation's wire message already
+// (the run-time facades of the catalogue): the same send as the typed operation, without converting from
+// API values. `operation` is the index in the interface's declaration order; the message is not changed
+// (kelva_sending_actor is the sender's actor whatever the message holds); `dispose` counts only for an
+// operation with a dispose flag. Bounds are not checked again: the message is whatever the caller made.
+class VANTREL_EXPORT WireSender {
+public:
+    virtual void sendWire(std::size_t operation, const void* message, bool dispose) = 0;
+
+protected:
+    virtual ~WireSender();
+};
 
 class VANTREL_EXPORT SenderCore {
 public:
@@ -40,6 +55,20 @@ public:
         if (m_firstCall[operation].exchange(false)) firstWriteWait<Wire>();
         if (dispose) m_pool.dispose(message);
         else m_pool.write(message, /*logQuietly=*/true, /*throwIfUnconnected=*/false);
+    }
+
+    // A wire-level send of the operation `Op` (the traits of a generated sender: Wire, Args, Hook, hasDispose,
+    // decode): as the typed operation, the hooks getting the API values the message decodes to.
+    template <class Op>
+    void sendWire(std::size_t operation, const void* message, bool dispose) {
+        typename Op::Wire wire = *static_cast<const typename Op::Wire*>(message);  // the top level only
+        wire.kelva_sending_actor = const_cast<char*>(actorId());
+        dispose = Op::hasDispose && dispose;
+        publish(operation, wire, dispose);
+        if (m_hooks.empty() || m_hooks[operation].empty()) return;
+        typename Op::Args args;
+        Op::decode(args, wire, dispose);
+        std::apply([&](const auto&... a) { callHooks<typename Op::Hook>(operation, a...); }, args);
     }
 
     template <class Hook, class... Args>
