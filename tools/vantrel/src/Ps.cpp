@@ -33,7 +33,8 @@ struct Endpoint {
     const dds_typeinfo_t* typeInfo = nullptr;
 };
 
-// Every sample of a reader, handed to `use` (loans returned afterwards).
+// Every alive sample of a reader, handed to `use` (loans returned afterwards). Taken, not read: a read of a
+// full batch would return the same samples again.
 template <class T, class Use>
 void readAll(dds_entity_t reader, Use use) {
     constexpr int kBatch = 256;
@@ -99,31 +100,20 @@ int ps(const PsOptions& o) {
     // Endpoints per topic, without the tool's own (the kelva_intern and built-in readers above).
     std::map<std::string, std::vector<Endpoint>> writers, readers;
     auto collect = [&](dds_entity_t reader, std::map<std::string, std::vector<Endpoint>>& into) {
-        constexpr int kBatch = 256;
-        void* samples[kBatch] = {};
-        dds_sample_info_t infos[kBatch];
-        for (;;) {
-            const dds_return_t n = dds_read(reader, samples, infos, kBatch, kBatch);
-            if (n <= 0) break;
-            for (dds_return_t i = 0; i < n; ++i) {
-                if (!infos[i].valid_data || infos[i].instance_state != DDS_IST_ALIVE) continue;
-                auto* e = static_cast<dds_builtintopic_endpoint_t*>(samples[i]);
-                Endpoint ep;
-                ep.guid = guidText(e->key);
-                ep.participant = guidText(e->participant_key);
-                if (ep.participant == ownGuid) continue;
-                ep.topic = e->topic_name;
-                ep.type = e->type_name;
-                dds_qget_reliability(e->qos, &ep.reliability, nullptr);
-                dds_qget_durability(e->qos, &ep.durability);
-                const dds_typeinfo_t* ti = nullptr;
-                if (dds_builtintopic_get_endpoint_type_info(e, &ti) == DDS_RETCODE_OK && ti)
-                    ep.typeInfo = reinterpret_cast<const dds_typeinfo_t*>(ddsi_typeinfo_dup(reinterpret_cast<const ddsi_typeinfo_t*>(ti)));
-                into[ep.topic].push_back(ep);
-            }
-            dds_return_loan(reader, samples, n);
-            if (n < kBatch) break;
-        }
+        readAll<dds_builtintopic_endpoint_t>(reader, [&](const dds_builtintopic_endpoint_t& e) {
+            Endpoint ep;
+            ep.guid = guidText(e.key);
+            ep.participant = guidText(e.participant_key);
+            if (ep.participant == ownGuid) return;
+            ep.topic = e.topic_name;
+            ep.type = e.type_name;
+            dds_qget_reliability(e.qos, &ep.reliability, nullptr);
+            dds_qget_durability(e.qos, &ep.durability);
+            const dds_typeinfo_t* ti = nullptr;
+            if (dds_builtintopic_get_endpoint_type_info(const_cast<dds_builtintopic_endpoint_t*>(&e), &ti) == DDS_RETCODE_OK && ti)
+                ep.typeInfo = reinterpret_cast<const dds_typeinfo_t*>(ddsi_typeinfo_dup(reinterpret_cast<const ddsi_typeinfo_t*>(ti)));
+            into[ep.topic].push_back(ep);
+        });
     };
     collect(pubs, writers);
     collect(subs, readers);
