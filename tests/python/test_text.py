@@ -18,10 +18,6 @@ def cpp_text(op, args, sender=""):
     return op.wireText(args, sender).decode("utf-8", "backslashreplace")
 
 
-def test_the_build_has_operations():
-    assert OPERATIONS
-
-
 @pytest.mark.parametrize("op", OPERATIONS, ids=IDS)
 def test_message_text_equals_cpp(op):
     args = arguments(op, 7)
