@@ -13,6 +13,7 @@
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
 using vantrel::test::waitUntil;
@@ -47,13 +48,7 @@ struct AlertClientImpl : M_Alert::IClient {
     }
 };
 
-class AlertEndToEnd : public ::testing::Test {
-protected:
-    std::shared_ptr<kelva::actors::Session> serviceSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    std::shared_ptr<kelva::actors::Session> clientSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-};
+using AlertEndToEnd = vantrel::test::TwoSessions;
 
 TEST_F(AlertEndToEnd, CommandArrivesEqualAndOnlyOverriddenOperationsAreRead) {
     AlertServiceImpl serviceImpl;
