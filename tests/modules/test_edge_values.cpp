@@ -176,10 +176,10 @@ TEST(Bounds, AreRefusedBeforeAnythingIsSentAndTheLimitItselfPasses) {
 
     // What follows a refused send arrives first: the refused one was never written.
     ASSERT_TRUE(bitImpl.calls.waitCount(1) && lotImpl.calls.waitCount(1));
-    EXPECT_EQ(bitImpl.calls.received(),
-              std::vector<M_BuiltInTestCtrl::ResponseHistoricalRecords>{{params, records, 101}});
-    EXPECT_EQ(lotImpl.calls.received(), std::vector<M_VideoTrackerLot::CmdLockOnAtPos>{
-                                            {M_Common::PixelRegionType(), {}, {M_VideoTracker::LotMode::Scene}, true}});
+    const M_BuiltInTestCtrl::ResponseHistoricalRecords page(params, records, 101);
+    EXPECT_EQ(bitImpl.calls.received(), std::vector<M_BuiltInTestCtrl::ResponseHistoricalRecords>(1, page));
+    const M_VideoTrackerLot::CmdLockOnAtPos lockOn(M_Common::PixelRegionType(), {}, {M_VideoTracker::LotMode::Scene}, true);
+    EXPECT_EQ(lotImpl.calls.received(), std::vector<M_VideoTrackerLot::CmdLockOnAtPos>(1, lockOn));
 }
 
 struct CameraService : M_Camera::IService {
