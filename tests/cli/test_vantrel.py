@@ -4,14 +4,17 @@ loopback, recordings checked by an independent reader, and bad input refused wit
 import json
 import os
 import re
-import shutil
 import signal
 import subprocess
-import threading
+import sys
 import time
 from fnmatch import fnmatch
 
 import pytest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
+from vantrel_testing import Process  # noqa: E402
+from vantrel_testing import wait_until as wait_for  # noqa: E402
 
 TOOL = os.environ["VANTREL_TOOL"]
 ALERT_DEMO = os.environ["VANTREL_ALERT_DEMO"]
@@ -34,46 +37,9 @@ def tool(*args, domain=DOMAIN, timeout=60, check=False):
     return done
 
 
-def wait_for(predicate, seconds=20.0):
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        if predicate():
-            return True
-        time.sleep(0.05)
-    return predicate()
-
-
-class Lines:
-    """A process whose output lines are collected as they come."""
-
-    def __init__(self, cmd, env=None):
-        self.proc = subprocess.Popen(cmd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=env)
-        self.lines = []
-        self._reader = threading.Thread(target=self._read, daemon=True)
-        self._reader.start()
-
-    def _read(self):
-        for line in self.proc.stdout:
-            self.lines.append(line.rstrip("\n"))
-
-    def matching(self, text):
-        return [line for line in list(self.lines) if text in line]
-
-    def stop(self):
-        if self.proc.poll() is None:
-            self.proc.send_signal(signal.SIGINT)
-            try:
-                self.proc.wait(timeout=20)
-            except subprocess.TimeoutExpired:
-                self.proc.kill()
-                self.proc.wait()
-        self._reader.join(timeout=10)
-        return self.proc.returncode
-
-
 @pytest.fixture
 def service():
-    s = Lines([ALERT_DEMO, "service", DOMAIN, "300"])
+    s = Process([ALERT_DEMO, "service", DOMAIN, "300"], stdin=False)
     yield s
     s.stop()
 
@@ -137,7 +103,7 @@ def test_call_reaches_the_service_and_echo_shows_state_and_disposals(service):
     assert log["value"]["Alarm"]["Condition"] == POWER and log["value"]["Alarm"]["Status"] == "Active"
     assert log["sender"] and seen["M_Alert.IClient.ReportAlertStatus"]["value"]["Status"]["NumberOfActiveWarningAlarms"] == 1
     # Disposal: clearing the alarm disposes its log.
-    watcher = Lines([TOOL, "echo", "--domain", DOMAIN, "--keys", "M_Alert.IClient.ReportAlarmLog"])
+    watcher = Process([TOOL, "echo", "--domain", DOMAIN, "--keys", "M_Alert.IClient.ReportAlarmLog"], stdin=False)
     assert wait_for(lambda: watcher.matching("ReportAlarmLog"))  # the current state first
     sent = tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True).stdout
     # What is printed is what went out: the tool's own actor is the sender.
@@ -191,7 +157,7 @@ def test_hz_and_bw_measure_a_stream():
 
 def test_ps_shows_actors_with_their_side_operations_and_peers(service):
     assert wait_for(lambda: service.matching("service:") or True)
-    listener = Lines([TOOL, "echo", "--domain", DOMAIN, "M_Alert.IClient.ReportAlertStatus"])
+    listener = Process([TOOL, "echo", "--domain", DOMAIN, "M_Alert.IClient.ReportAlertStatus"], stdin=False)
     try:
         out = json.loads(tool("ps", "--json", "--wait", "3", check=True).stdout)
     finally:
@@ -206,7 +172,7 @@ def test_ps_shows_actors_with_their_side_operations_and_peers(service):
 
 def test_record_info_and_replay_into_a_fresh_domain(service, second_domain, tmp_path):
     path = tmp_path / "drive.mcap"
-    recorder = Lines([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert"])
+    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert"], stdin=False)
     assert wait_for(lambda: recorder.matching("recording"))
     time.sleep(1.0)  # the recorder's readers are matched
     conditions = [{**POWER, "Nature": f"n{i}"} for i in range(3)]
@@ -237,7 +203,7 @@ def test_record_info_and_replay_into_a_fresh_domain(service, second_domain, tmp_
         assert [r["Condition"] for r in raised] == conditions
 
     # Replay into another domain: a real service there receives exactly the recorded commands.
-    other = Lines([ALERT_DEMO, "service", second_domain, "300"])
+    other = Process([ALERT_DEMO, "service", second_domain, "300"], stdin=False)
     try:
         time.sleep(1.0)
         done = tool("replay", "--rate", "4", "--topics", "M_Alert.IService.*", str(path), domain=second_domain, check=True)
@@ -253,7 +219,7 @@ def test_record_info_and_replay_into_a_fresh_domain(service, second_domain, tmp_
 
 def test_replayed_reports_arrive_with_their_disposals(tmp_path, second_domain, service):
     path = tmp_path / "reports.mcap"
-    recorder = Lines([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert.IClient.ReportAlarmLog"])
+    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert.IClient.ReportAlarmLog"], stdin=False)
     assert wait_for(lambda: recorder.matching("recording"))
     time.sleep(1.0)
     raise_alarm()
@@ -261,7 +227,7 @@ def test_replayed_reports_arrive_with_their_disposals(tmp_path, second_domain, s
     assert wait_for(lambda: service.matching("service: clear ALM-1"))
     time.sleep(1.0)
     recorder.stop()
-    watcher = Lines([TOOL, "echo", "--domain", second_domain, "--json", "M_Alert.IClient.ReportAlarmLog"])
+    watcher = Process([TOOL, "echo", "--domain", second_domain, "--json", "M_Alert.IClient.ReportAlarmLog"], stdin=False)
     try:
         time.sleep(1.0)
         tool("replay", str(path), domain=second_domain, check=True)
@@ -276,7 +242,7 @@ def test_replayed_reports_arrive_with_their_disposals(tmp_path, second_domain, s
 
 def test_bad_recordings_are_refused_and_nothing_is_overwritten(service, tmp_path):
     path = tmp_path / "good.mcap"
-    recorder = Lines([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "--compression", "lz4", "M_Alert"])
+    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "--compression", "lz4", "M_Alert"], stdin=False)
     assert wait_for(lambda: recorder.matching("recording"))
     time.sleep(1.0)
     raise_alarm()
@@ -303,3 +269,81 @@ def test_bad_recordings_are_refused_and_nothing_is_overwritten(service, tmp_path
     again = tool("record", "-o", str(path), "--duration", "1", "M_Alert")
     assert again.returncode == 2 and "exists" in again.stderr
     assert path.read_bytes() == good
+
+
+def test_a_recording_never_closed_is_refused(service, tmp_path):
+    path = tmp_path / "killed.mcap"
+    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert"], stdin=False)
+    assert wait_for(lambda: recorder.matching("recording"))
+    time.sleep(1.0)
+    raise_alarm()
+    assert wait_for(lambda: service.matching("service: raise"))
+    time.sleep(1.0)
+    recorder.proc.send_signal(signal.SIGKILL)
+    recorder.finish()
+    assert path.exists()
+    for verb in ("info", "replay"):
+        done = tool(verb, str(path))
+        assert done.returncode == 2, (verb, done.stdout, done.stderr)
+        assert done.stderr.startswith(f"vantrel: {path}: "), done.stderr
+    assert len(service.matching("service: raise")) == 1  # the refused replay sent nothing
+
+
+def test_replay_starts_into_the_recording_and_loops_until_interrupted(service, second_domain, tmp_path):
+    path = tmp_path / "two.mcap"
+    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert.IService.*"], stdin=False)
+    assert wait_for(lambda: recorder.matching("recording"))
+    time.sleep(1.0)
+    raise_alarm({**POWER, "Nature": "first"})
+    time.sleep(2.0)
+    raise_alarm({**POWER, "Nature": "second"})
+    assert wait_for(lambda: len(service.matching("service: raise")) == 2)
+    time.sleep(1.0)
+    assert recorder.stop() == 0
+
+    other = Process([ALERT_DEMO, "service", second_domain, "300"], stdin=False)
+    try:
+        time.sleep(1.0)
+        done = tool("replay", "--rate", "0", "--start", "1", str(path), domain=second_domain, check=True)
+        assert "replayed 1 messages" in done.stdout
+        assert wait_for(lambda: other.matching("service: raise"))
+        assert ["second" in line for line in other.matching("service: raise")] == [True]
+
+        looping = Process([TOOL, "replay", "--domain", second_domain, "--rate", "4", "--loop", str(path)], stdin=False)
+        assert wait_for(lambda: len(other.matching("service: raise")) >= 7, 60), other.lines
+        assert looping.stop() == 0
+        replayed = int(re.search(r"replayed (\d+) messages", "\n".join(looping.lines)).group(1))
+        assert replayed >= 6, looping.report()
+        natures = [re.search(r"Nature: (\w+)", line).group(1) for line in other.matching("service: raise")[1:]]
+        assert natures[:6] == ["first", "second"] * 3
+    finally:
+        other.stop()
+
+
+def test_the_tool_follows_the_topic_prefix_and_qos_rules_of_its_configuration(tmp_path):
+    # No prefix removed: the topics keep "VendorData_"; the alarm log best-effort and volatile, which a
+    # reader asking the defaults (reliable, transient-local) would not match.
+    config = tmp_path / "kelva.toml"
+    config.write_text('[topics]\nprefix = ""\n\n[[qos]]\nmatch = "*_ReportAlarmLog"\nreliability = "best_effort"\n'
+                      'durability = "volatile"\n')
+    env = {**os.environ, "KELVA_CONFIG": str(config)}
+    listed = subprocess.run([TOOL, "list", "--json", "M_Alert.IClient.ReportAlarmLog"], capture_output=True,
+                            text=True, env=env, timeout=60)
+    entry = json.loads(listed.stdout)
+    assert entry["topic"] == "VendorData_M_Alert_IClient_ReportAlarmLog"
+    assert entry["qos"].startswith("best-effort, volatile"), entry["qos"]
+
+    service = Process([ALERT_DEMO, "service", DOMAIN, "300"], env=env, stdin=False)
+    echo = Process([TOOL, "echo", "--domain", DOMAIN, "--json", "M_Alert.IClient.ReportAlarmLog"], env=env, stdin=False)
+    try:
+        time.sleep(1.0)
+        called = subprocess.run([TOOL, "call", "--domain", DOMAIN, "M_Alert.CmdRaiseAlarm",
+                                 json.dumps({"Condition": POWER})], capture_output=True, text=True, env=env, timeout=60)
+        assert called.returncode == 0, called.stderr
+        assert wait_for(lambda: service.matching("service: raise")), service.report()
+        assert wait_for(lambda: echo.matching("ReportAlarmLog")), echo.report()
+        log = json.loads(echo.matching("ReportAlarmLog")[0])
+        assert log["value"]["KeyAlarmId"] == "ALM-1" and log["value"]["Alarm"]["Condition"] == POWER
+    finally:
+        echo.stop()
+        service.stop()

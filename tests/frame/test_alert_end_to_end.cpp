@@ -2,15 +2,18 @@
 // keyed dispose, default bodies, callback maps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <map>
 #include <mutex>
+#include <thread>
 
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
 using vantrel::test::waitUntil;
@@ -45,13 +48,7 @@ struct AlertClientImpl : M_Alert::IClient {
     }
 };
 
-class AlertEndToEnd : public ::testing::Test {
-protected:
-    std::shared_ptr<kelva::actors::Session> serviceSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    std::shared_ptr<kelva::actors::Session> clientSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-};
+using AlertEndToEnd = vantrel::test::TwoSessions;
 
 TEST_F(AlertEndToEnd, CommandArrivesEqualAndOnlyOverriddenOperationsAreRead) {
     AlertServiceImpl serviceImpl;
@@ -210,6 +207,57 @@ TEST(AlertFacadeMisuse, AFacadeAssignedOverOrInvalidatedAfterSendingKeepsNoStale
     ASSERT_EQ(serviceImpl.raised.size(), 2u);
     EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
     EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
+}
+
+TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
+    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    AlertServiceImpl serviceImpl;
+    auto service = M_Alert::Service::create(session, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(std::make_shared<kelva::actors::Session>(vantrel::test::domainId()), "racer");
+    client.waitUntilConnected();
+    // Every member tells the send it belongs to: a half-sent or mixed message would not be one of these.
+    auto condition = [](int i) {
+        const std::string n = std::to_string(i);
+        return M_Alert::AlarmConditionInfoType(n, "component " + n, "measure " + n, "nature " + n,
+                                               std::string(200 + i % 50, static_cast<char>('a' + i % 26)));
+    };
+    const std::string invalid = "Client::m_actor not initialised!";
+    std::atomic<bool> invalidated{false};
+    std::atomic<int> attempts{0};
+    std::vector<int> sent;
+    std::vector<std::string> thrownBefore, thrownAfter;
+    std::thread sender([&] {
+        for (int i = 0, afterwards = 0; i < 100000 && afterwards < 20; ++i, ++attempts) {
+            const bool wasInvalidated = invalidated.load();
+            try {
+                client->CmdRaiseAlarm(condition(i));
+                if (wasInvalidated) thrownAfter.push_back("no exception");
+                else sent.push_back(i);
+            } catch (const std::exception& e) {
+                (wasInvalidated ? thrownAfter : thrownBefore).push_back(e.what());
+            }
+            if (wasInvalidated) ++afterwards;
+        }
+    });
+    ASSERT_TRUE(waitUntil([&] { return attempts.load() >= 50; }));
+    client.invalidate();
+    invalidated = true;
+    sender.join();
+
+    EXPECT_EQ(thrownAfter, std::vector<std::string>(20, invalid));
+    for (const auto& text : thrownBefore) EXPECT_TRUE(text == invalid || text == "Client invalid sender!") << text;
+    ASSERT_FALSE(sent.empty());
+    EXPECT_TRUE(waitUntil([&] {
+        std::lock_guard<std::mutex> l(serviceImpl.mutex);
+        return !serviceImpl.raised.empty();
+    }));
+    std::lock_guard<std::mutex> l(serviceImpl.mutex);
+    EXPECT_LE(serviceImpl.raised.size(), sent.size());
+    for (const auto& raised : serviceImpl.raised) {
+        const int i = std::stoi(raised.SubsystemName);
+        EXPECT_EQ(raised, condition(i));
+        EXPECT_TRUE(std::find(sent.begin(), sent.end(), i) != sent.end()) << i << " arrived but its send failed";
+    }
 }
 
 TEST(AlertFacadeMisuse, ReadOnlyFacadeHasNoSenderAndDuplicateCreationReachesTheToolkitCheck) {

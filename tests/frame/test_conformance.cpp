@@ -12,6 +12,7 @@
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/LogCapture.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
 using kelva::utils::log::Level;
@@ -20,12 +21,7 @@ using vantrel::test::waitUntil;
 
 namespace {
 
-struct Sessions : ::testing::Test {
-    std::shared_ptr<kelva::actors::Session> serviceSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    std::shared_ptr<kelva::actors::Session> clientSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-};
+using Sessions = vantrel::test::TwoSessions;
 
 M_Alert::AlarmLogType alarmLog(const std::string& what) {
     M_Alert::AlarmLogType log;
@@ -166,12 +162,6 @@ TEST_F(Sessions, TheServiceTellsWhoSentTheCallInProgressAndNothingOutsideACall) 
     EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
     M_Alert::Service none;
     EXPECT_THROW(none.callbackInfo(), std::logic_error);
-}
-
-TEST_F(Sessions, EveryActorPublishesItsModulesInterfaceVersion) {
-    EXPECT_EQ(M_Alert::InterfaceVersion, "1.0.0");
-    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
-    EXPECT_EQ(client.actorInfo().interfaceVersion, M_Alert::InterfaceVersion);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
 using vantrel::test::waitUntil;
@@ -66,12 +67,8 @@ M_Alert::AlarmConditionStatusType entry(const std::string& tag) {
 }
 
 // A client recording the reports of a write-only service (its first writes wait for the client's reader).
-class ReceivedValues : public ::testing::Test {
+class ReceivedValues : public vantrel::test::TwoSessions {
 protected:
-    std::shared_ptr<kelva::actors::Session> serviceSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    std::shared_ptr<kelva::actors::Session> clientSession =
-        std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     Recorder recorder;
     M_Alert::Client client = M_Alert::Client::create(clientSession, "console", recorder);
     M_Alert::Service service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");

@@ -1,7 +1,5 @@
 """Tests of the IDL reader: small module files in a temp dir, read into the model or rejected."""
 
-import contextlib
-import io
 import os
 import sys
 import tempfile
@@ -10,7 +8,6 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "generator"))
 
-from vantrel_gen.__main__ import main  # noqa: E402
 from vantrel_gen.idl_reader import IdlError, load, load_all  # noqa: E402
 from vantrel_gen.model import Enum, TypeRef  # noqa: E402
 
@@ -182,14 +179,6 @@ class RepresentativeModule(TempIdlDir):
         self.assertEqual([s.name for s in a.structs], ["AlarmInfoType"])
         self.assertTrue(a.has_interfaces)
 
-    def test_types_only_module(self):
-        c = self.mods["M_Common"]
-        self.assertFalse(c.has_interfaces)
-        self.assertEqual(c.interfaces, {"IService": [], "IClient": []})
-        # The annotation file declares no module: recorded as a file, not as a module.
-        self.assertEqual((c.includes, c.include_files), ([], ["vantrel_annotations.idl"]))
-        self.assertEqual(c.enums[0].literals, ["Undefined", "Available", "Not_Available"])
-
     def test_value_type_members_in_order_with_types(self):
         members = self.alert.structs[0].members
         self.assertEqual(
@@ -250,23 +239,6 @@ class RepresentativeModule(TempIdlDir):
         port = self.alert.interfaces["IClient"][2].members[2]
         self.assertEqual((port.name, port.idl_name), ("Port", "_Port"))
 
-    def test_dump(self):
-        out, err = io.StringIO(), io.StringIO()
-        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
-            rc = main(["--dump", os.path.join(self.dir, "M_Alert.idl")])
-        self.assertEqual(rc, 0, err.getvalue())
-        lines = [line.split() for line in out.getvalue().splitlines()]
-        self.assertIn(["structs", "1,", "enums", "1,", "aliases", "4,", "consts", "1"], lines)
-        self.assertIn(["IClient:", "3", "operations"], lines)
-        self.assertIn(["ReportAlarmLog", "actor+key", "dispose"], lines)
-        self.assertIn(["CmdClearAlarm", "key"], lines)
-
-        bad_text = module_file("M_Bad", "typedef Nothing XType; // <-")
-        bad = write(self.dir, "M_Bad.idl", bad_text)
-        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
-            rc = main(["--dump", bad])
-        self.assertEqual(rc, 1)
-        self.assertEqual(err.getvalue().strip(), f"{bad}:{marked_line(bad_text)}: unknown type 'Nothing'")
 
 
 class Includes(TempIdlDir):

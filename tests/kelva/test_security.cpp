@@ -2,11 +2,8 @@
 // begins with the offending file's path, a session refuses the same with the same text before any
 // participant is made, and the DDS layer accepts what the module makes.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <ctime>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
@@ -17,10 +14,10 @@
 #include "kelva/security/Documents.h"
 #include "kelva/security/SignedDocument.h"
 #include "vantrel/test/Support.h"
+#include "vantrel/test/TempDir.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace ks = kelva::security;
 using kelva::actors::SessionImpl;
 using kelva::config::ConfigError;
@@ -29,33 +26,16 @@ using kelva::config::Security;
 constexpr std::time_t kHour = 3600;
 constexpr std::time_t kDay = 24 * kHour;
 
-class SecurityFiles : public ::testing::Test {
+class SecurityFiles : public vantrel::test::TempDirTest {
 protected:
     void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_dir = fs::temp_directory_path() / ("kelva-security-" + std::to_string(::getpid()) + "-" + info->name());
-        fs::remove_all(m_dir);
-        fs::create_directories(m_dir);
+        TempDirTest::SetUp();
         m_valid.identityCa = m_valid.permissionsCa = write("ca.pem", m_ca.certificate.pem());
         writeIdentity("app", m_ca, current());
         m_valid.identityCertificate = path("app.pem");
         m_valid.privateKey = path("app.key");
         m_valid.governance = write("governance.p7s", ks::signDocument(ks::governanceXml({{0, 230}}, "NONE"), m_ca));
         m_valid.permissions = write("app.permissions.p7s", permissions("CN=app", current(), m_ca));
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(m_dir, ignored);
-    }
-
-    std::string path(const std::string& name) const { return (m_dir / name).string(); }
-    std::string write(const std::string& name, const std::string& content) const {
-        std::ofstream(path(name), std::ios::binary) << content;
-        return path(name);
-    }
-    std::string read(const std::string& file) const {
-        std::ifstream in(file, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     }
 
     ks::Validity current() const { return {m_now - kHour, m_now + 30 * kDay}; }
@@ -90,7 +70,6 @@ protected:
         std::string expected;  // the rest of the error's beginning
     };
 
-    fs::path m_dir;
     std::time_t m_now = std::time(nullptr);
     ks::Authority m_ca = ks::Authority::make("test CA", {m_now - kHour, m_now + 60 * kDay});
     ks::Authority m_otherCa = ks::Authority::make("other CA", {m_now - kHour, m_now + 60 * kDay});

@@ -2,32 +2,18 @@
 vantrel-with-domain), sessions, a log file the toolkit's logger writes to, and bounded waiting."""
 
 import os
-import time
+import sys
 
 import pytest
 
-
-def _loopback_problem():
-    uri = os.environ.get("CYCLONEDDS_URI", "")
-    if not uri:
-        return "CYCLONEDDS_URI is not set; DDS would use every network interface of this machine"
-    path = uri[len("file://"):] if uri.startswith("file://") else uri
-    if "," in path or "<" in path:
-        return f"CYCLONEDDS_URI must name exactly one configuration file, not {uri!r}"
-    try:
-        with open(path, encoding="utf-8") as f:
-            if "127.0.0.1" not in f.read():
-                return f"the DDS configuration {path!r} does not bind to 127.0.0.1"
-    except OSError:
-        return f"CYCLONEDDS_URI names {path!r}, which cannot be read"
-    return None
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
+from vantrel_testing import REFUSAL, loopback_problem, wait_until  # noqa: E402,F401  (wait_until: for the tests)
 
 
 def pytest_configure(config):
-    problem = _loopback_problem()
+    problem = loopback_problem()
     if problem:
-        raise pytest.UsageError(f"REFUSING TO RUN TESTS: {problem}. Run them through ctest, or set "
-                                "CYCLONEDDS_URI=file://<source>/config/cyclonedds-loopback.xml.")
+        raise pytest.UsageError(REFUSAL.format(problem))
     if not os.environ.get("KELVA_TEST_DOMAIN"):
         raise pytest.UsageError("KELVA_TEST_DOMAIN is not set: run the tests under vantrel-with-domain (ctest does)")
 
@@ -58,11 +44,15 @@ def log_lines(tmp_path):
     vantrel.log.setSink("stderr")
 
 
-def wait_until(predicate, timeout=10.0):
-    """Waits (generously: loaded machines) until predicate() is true; returns whether it became true."""
-    deadline = time.monotonic() + timeout
-    while time.monotonic() < deadline:
-        if predicate():
-            return True
-        time.sleep(0.01)
-    return predicate()
+def condition(n):
+    """An alarm condition of M_Alert that tells which `n` it was made of."""
+    from vantrel import M_Alert
+    return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
+
+
+@pytest.fixture
+def client(sessions):
+    """A write-only M_Alert client on the second session."""
+    from vantrel import M_Alert
+    with M_Alert.Client.createWriteOnly(sessions[1], "test_client") as c:
+        yield c

@@ -13,20 +13,10 @@ import weakref
 
 import pytest
 
-from conftest import wait_until
+from conftest import condition, wait_until
 from recording import Recorder
 
 M_Alert = pytest.importorskip("vantrel.M_Alert")
-
-
-def condition(n):
-    return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
-
-
-@pytest.fixture
-def client(sessions):
-    with M_Alert.Client.createWriteOnly(sessions[1], "lifetime_client") as c:
-        yield c
 
 
 @pytest.fixture

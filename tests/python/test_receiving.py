@@ -8,20 +8,10 @@ import threading
 import pytest
 
 import vantrel
-from conftest import wait_until
+from conftest import condition, wait_until
 from recording import Recorder
 
 M_Alert = pytest.importorskip("vantrel.M_Alert")
-
-
-def condition(n):
-    return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
-
-
-@pytest.fixture
-def client(sessions):
-    with M_Alert.Client.createWriteOnly(sessions[1], "receiving_client") as c:
-        yield c
 
 
 class Raising(M_Alert.IService):
@@ -133,21 +123,6 @@ def test_an_exception_in_a_callback_is_logged_and_the_dispatcher_goes_on(session
         assert "Traceback (most recent call last)" in log
         assert "ValueError: the first alarm is refused" in log
         assert "[error]" in log
-
-
-def test_a_disposed_report_arrives_with_its_key(sessions):
-    received = Recorder()
-    service = M_Alert.Service.createWriteOnly(sessions[0], "dispose_service")
-    client = M_Alert.Client.create(sessions[1], "dispose_client", {"ReportAlarmLog": received.callback("ReportAlarmLog")})
-    with service, client:
-        log = M_Alert.AlarmLogType(Status=M_Alert.AlarmStatusKind.Active, Condition=condition(9))
-        service.ReportAlarmLog("ALM-9", log)
-        assert wait_until(lambda: received.count("ReportAlarmLog") == 1)
-        service.ReportAlarmLog("ALM-9", log, dispose=True)
-        assert wait_until(lambda: received.count("ReportAlarmLog") == 2)
-        written, disposed = received.calls("ReportAlarmLog")
-        assert written == ("ALM-9", log, False)
-        assert disposed[0] == "ALM-9" and disposed[2] is True
 
 
 def test_read_only_and_monitor_facades_receive(domain, sessions):

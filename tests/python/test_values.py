@@ -33,10 +33,6 @@ def python_name(name):
     return name + "_" if keyword.iskeyword(name) else name
 
 
-def test_the_build_has_value_classes_and_enumerations():
-    assert VALUE_CLASSES and ENUMS
-
-
 @pytest.mark.parametrize("cls", VALUE_CLASSES, ids=lambda c: f"{c.__module__}.{c.__name__}")
 def test_constructors_take_members_in_order(cls):
     fields = catalog.fields(cls)
@@ -107,14 +103,6 @@ def test_a_keyword_literal_has_a_trailing_underscore():
     from vantrel import M_Common
     assert M_Common.HorizontalDirection.None_ == 0
     assert M_Common.HorizontalDirection(0).name == "None_"
-
-
-def test_aliases_are_the_python_classes():
-    from vantrel import M_Common
-    assert M_Common.ByteSeqType is bytes
-    assert M_Common.TimeOptionalType is list
-    assert M_Common.AngleDegreesType is float
-    assert M_Common.BitrateKiloBitsPerSecType is int
 
 
 @pytest.mark.parametrize("module_name", [m for m in MODULES if catalog.operations(m)])
