@@ -26,20 +26,21 @@ def _operations(module, interface):
     return names
 
 
+def _session_of(value, kind, by_domain):
+    """`value` if it is a `kind`, else the process's session of that kind on the domain number `value`."""
+    if isinstance(value, kind):
+        return value
+    if isinstance(value, int) and not isinstance(value, bool):
+        return by_domain(value)
+    raise TypeError(f"expected a domain number or a vantrel.{kind.__name__}, got {type(value).__name__}")
+
+
 def _session(session):
-    if isinstance(session, _vantrel.Session):
-        return session
-    if isinstance(session, int) and not isinstance(session, bool):
-        return _vantrel.getSession(session)
-    raise TypeError(f"expected a domain number or a vantrel.Session, got {type(session).__name__}")
+    return _session_of(session, _vantrel.Session, _vantrel.getSession)
 
 
 def _monitor(monitor):
-    if isinstance(monitor, _vantrel.MonitorSession):
-        return monitor
-    if isinstance(monitor, int) and not isinstance(monitor, bool):
-        return _vantrel.getMonitorSession(monitor)
-    raise TypeError(f"expected a domain number or a vantrel.MonitorSession, got {type(monitor).__name__}")
+    return _session_of(monitor, _vantrel.MonitorSession, _vantrel.getMonitorSession)
 
 
 def _callables(entry, where):

@@ -22,25 +22,12 @@ def isEnabled(level):
     return _vantrel.log_is_enabled(level)
 
 
-def trace(line):
-    _vantrel.log_write("trace", line)
+def _writer(level):
+    def write(line):
+        _vantrel.log_write(level, line)
+    write.__name__ = write.__qualname__ = level
+    write.__doc__ = f"Writes `line` at level {level} (nothing is written below the logger's level)."
+    return write
 
 
-def debug(line):
-    _vantrel.log_write("debug", line)
-
-
-def info(line):
-    _vantrel.log_write("info", line)
-
-
-def warn(line):
-    _vantrel.log_write("warn", line)
-
-
-def error(line):
-    _vantrel.log_write("error", line)
-
-
-def fatal(line):
-    _vantrel.log_write("fatal", line)
+trace, debug, info, warn, error, fatal = (_writer(lvl) for lvl in ("trace", "debug", "info", "warn", "error", "fatal"))
