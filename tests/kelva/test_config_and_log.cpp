@@ -368,9 +368,9 @@ interface = "eth1"
 peers = ["192.168.7.2", "192.168.7.3"]
 )");
     const Config c = Config::fromFile(path);
-    // Absolute paths as the platform spells them ("/etc/extra.xml" is C:\etc\extra.xml on Windows).
+    // Absolute paths as the platform spells them ("/etc/extra.xml" is on the file's drive on Windows).
     const auto spelled = [](const fs::path& p) { return fs::absolute(p).lexically_normal().string(); };
-    const std::string lan = spelled(m_dir / "profiles/lan.xml"), extra = spelled("/etc/extra.xml");
+    const std::string lan = spelled(m_dir / "profiles/lan.xml"), extra = spelled(m_dir / "/etc/extra.xml");
     EXPECT_EQ(c.network.ddsConfig, (std::vector<std::string>{lan, extra}));
     EXPECT_EQ(c.network.interface, "eth1");
     EXPECT_EQ(c.network.peers, (std::vector<std::string>{"192.168.7.2", "192.168.7.3"}));
@@ -406,7 +406,7 @@ TEST_F(Configuration, NetworkAndSecurityFaultsNameTheSetting) {
     EXPECT_TRUE(c.security.enabled());
     const auto spelled = [](const fs::path& p) { return fs::absolute(p).lexically_normal().string(); };
     EXPECT_EQ(c.security.identityCa, spelled(m_dir / "keys/ca.pem"));
-    EXPECT_EQ(c.security.permissionsCa, spelled("/pki/ca.pem"));
+    EXPECT_EQ(c.security.permissionsCa, spelled(m_dir / "/pki/ca.pem"));
     EXPECT_EQ(c.security.permissions, spelled(m_dir / "p.p7s"));
 }
 
