@@ -50,6 +50,12 @@ struct Watchdog : M_Watchdog::IService {
         std::lock_guard<std::mutex> lock(mutex);
         watched.push_back(client + (dispose ? " dispose" : ""));
     }
+    bool waitWatched(std::size_t n) {
+        return vantrel::test::waitUntil([&] {
+            std::lock_guard<std::mutex> lock(mutex);
+            return watched.size() == n;
+        });
+    }
 };
 
 TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
@@ -68,16 +74,10 @@ TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
     client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId));
     // Delivered before it is disposed (a disposal that overtakes the data stands for it).
-    ASSERT_TRUE(vantrel::test::waitUntil([&] {
-        std::lock_guard<std::mutex> lock(watchdog.mutex);
-        return watchdog.watched.size() == 1;
-    }));
+    ASSERT_TRUE(watchdog.waitWatched(1));
     client->ConfigWatch("camera-app", "M_Camera", {}, true);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId + " dispose"));
-    ASSERT_TRUE(vantrel::test::waitUntil([&] {
-        std::lock_guard<std::mutex> lock(watchdog.mutex);
-        return watchdog.watched.size() == 2;
-    }));
+    ASSERT_TRUE(watchdog.waitWatched(2));
 
     // An injected call reaches the application at once, on the injecting thread.
     ASSERT_TRUE(probe.inject("IService_ConfigWatch", "plugin-sender"));
@@ -116,16 +116,10 @@ TEST(PluginHooks, AWireLevelSendIsTheTypedSendHooksAndDisposalIncluded) {
     message.KeyAssociatedServiceName = service_;
     wire->sendWire(0, &message, false);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId));
-    ASSERT_TRUE(vantrel::test::waitUntil([&] {
-        std::lock_guard<std::mutex> lock(watchdog.mutex);
-        return watchdog.watched.size() == 1;
-    }));
+    ASSERT_TRUE(watchdog.waitWatched(1));
     wire->sendWire(0, &message, true);
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_ToPlugin " + clientId + " dispose"));
-    ASSERT_TRUE(vantrel::test::waitUntil([&] {
-        std::lock_guard<std::mutex> lock(watchdog.mutex);
-        return watchdog.watched.size() == 2;
-    }));
+    ASSERT_TRUE(watchdog.waitWatched(2));
     {
         std::lock_guard<std::mutex> lock(watchdog.mutex);
         EXPECT_EQ(watchdog.watched[0], "camera-app");
