@@ -58,14 +58,20 @@ struct Watchdog : M_Watchdog::IService {
     }
 };
 
-TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
-    PluginProbe probe(WATCHDOG_PLUGIN);
-    probe.reset();
-    const auto config = withPlugin(WATCHDOG_PLUGIN);
-    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
-    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+// A watchdog service and a client session, both with the probing plug-in loaded.
+class PluginHooksOnWatchdog : public ::testing::Test {
+protected:
+    PluginProbe probe{WATCHDOG_PLUGIN};
+    const kelva::config::Config config = (probe.reset(), withPlugin(WATCHDOG_PLUGIN));
+    std::shared_ptr<kelva::actors::Session> serviceSession =
+        std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
+    std::shared_ptr<kelva::actors::Session> clientSession =
+        std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
     Watchdog watchdog;
-    auto service = M_Watchdog::Service::create(serviceSession, "watchdog", watchdog);
+    M_Watchdog::Service service = M_Watchdog::Service::create(serviceSession, "watchdog", watchdog);
+};
+
+TEST_F(PluginHooksOnWatchdog, SendersReportEverySendAndObserversOfferInjectors) {
     EXPECT_TRUE(probe.has("M_Watchdog_IService_ConfigWatch_FromPlugin " + service.actorInfo().actorId));
 
     auto client = M_Watchdog::Client::createWriteOnly(clientSession, "console");
@@ -90,14 +96,7 @@ TEST(PluginHooks, SendersReportEverySendAndObserversOfferInjectors) {
     probe.reset();  // the injectors die with the observer
 }
 
-TEST(PluginHooks, AWireLevelSendIsTheTypedSendHooksAndDisposalIncluded) {
-    PluginProbe probe(WATCHDOG_PLUGIN);
-    probe.reset();
-    const auto config = withPlugin(WATCHDOG_PLUGIN);
-    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
-    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
-    Watchdog watchdog;
-    auto service = M_Watchdog::Service::create(serviceSession, "watchdog", watchdog);
+TEST_F(PluginHooksOnWatchdog, AWireLevelSendIsTheTypedSendHooksAndDisposalIncluded) {
     auto client = M_Watchdog::Client::createWriteOnly(clientSession, "console");
     const std::string clientId = client.actorInfo().actorId;
     client.waitUntilConnected();
