@@ -1,5 +1,7 @@
 #include "kelva/actors/Session.h"
 
+#include "kelva/actors/SessionImpl.h"
+
 #include <cstdlib>
 
 namespace kelva::actors {
@@ -24,11 +26,13 @@ const config::Config& processConfig() {
 Session::Session(int domainId) : Session(domainId, processConfig()) {}
 Session::Session(int domainId, const config::Config& config) : m_impl(SessionImpl::create(domainId, config, false)) {}
 Session::~Session() { m_impl->shutdown(); }
+int Session::domainId() const { return m_impl->domainId(); }
 
 MonitorSession::MonitorSession(int domainId) : MonitorSession(domainId, processConfig()) {}
 MonitorSession::MonitorSession(int domainId, const config::Config& config)
     : m_impl(SessionImpl::create(domainId, config, true)) {}
 MonitorSession::~MonitorSession() { m_impl->shutdown(); }
+int MonitorSession::domainId() const { return m_impl->domainId(); }
 
 SessionFactory& SessionFactory::instance() {
     static SessionFactory factory;

@@ -20,10 +20,19 @@ uint64_t nowNs() {
 }
 
 Bus::Bus(int domain)
-    : m_domain(domain), m_config(kelva::config::Config::fromEnvironment()), m_patterns(m_config),
-      m_participant(domain, m_config) {}
+    : m_domain(domain), m_config(kelva::config::Config::fromEnvironment()), m_patterns(m_config) {}
 
 Bus::~Bus() = default;
+
+dds_entity_t Bus::participant() {
+    if (!m_participant) m_participant = std::make_unique<kelva::config::Participant>(m_domain, m_config);
+    return m_participant->handle();
+}
+
+const std::shared_ptr<kelva::actors::Session>& Bus::session() {
+    if (!m_session) m_session = std::make_shared<kelva::actors::Session>(m_domain, m_config);
+    return m_session;
+}
 
 std::string Bus::topicName(const catalog::OperationInfo& op) const { return topicNameOf(op, m_config); }
 

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "kelva/actors/Session.h"
+#include "vantrel/tool/Bus.h"
 #include "vantrel/catalog/Facade.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
@@ -35,7 +36,8 @@ int call(const CallOptions& o) {
     catalog::FacadeRequest request;
     request.role = op.sender();
     request.creation = catalog::Creation::WriteOnly;
-    request.session = kelva::actors::SessionFactory::instance().getSession(o.domain);
+    Bus bus(o.domain);
+    request.session = bus.session();
     request.name = o.name;
     auto facade = catalog::createFacade(module, request);
     message.setSendingActor(facade->actorInfo().actorId);

@@ -1,12 +1,20 @@
 #pragma once
 // Shared handles of a session implementation. A Session takes part with senders and observers; a
 // MonitorSession is the same machinery meant for read-only monitoring.
+// The session's machinery (SessionImpl) stays behind the handle: applications see only this header.
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include "kelva/Export.h"
-#include "kelva/actors/SessionImpl.h"
+
+namespace kelva::config {
+struct Config;
+}  // namespace kelva::config
 
 namespace kelva::actors {
+
+class SessionImpl;
 
 class KELVA_EXPORT Session {
 public:
@@ -17,7 +25,7 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    int domainId() const { return m_impl->domainId(); }
+    int domainId() const;
 
 private:
     friend class SessionImpl;
@@ -32,7 +40,7 @@ public:
     MonitorSession(const MonitorSession&) = delete;
     MonitorSession& operator=(const MonitorSession&) = delete;
 
-    int domainId() const { return m_impl->domainId(); }
+    int domainId() const;
 
 private:
     friend class SessionImpl;

@@ -1,8 +1,8 @@
 #pragma once
-// The tool's own view of a domain: one DDS participant (on the network and with the security that
-// KELVA_CONFIG names, as a library process), and per operation the topic, reader or
-// writer that a library peer would have (the toolkit's topic names and quality of service, read from the
-// same configuration: KELVA_CONFIG).
+// The tool's own view of a domain, from one reading of the configuration (KELVA_CONFIG): a DDS participant
+// (on the network and with the security it names, as a library process) with, per operation, the topic,
+// reader or writer that a library peer would have (the toolkit's topic names and quality of service), and a
+// session for the facades through which the tool sends. Each is made on first use.
 #include <dds/dds.h>
 
 #include <map>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "kelva/access/QosPattern.h"
+#include "kelva/actors/Session.h"
 #include "kelva/config/Config.h"
 #include "kelva/config/Participant.h"
 #include "vantrel/catalog/Catalog.h"
@@ -24,7 +25,8 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     int domain() const { return m_domain; }
-    dds_entity_t participant() const { return m_participant.handle(); }
+    dds_entity_t participant();
+    const std::shared_ptr<kelva::actors::Session>& session();
     const kelva::config::Config& config() const { return m_config; }
 
     // The topic name the toolkit maps the operation's type name to.
@@ -44,7 +46,8 @@ private:
     int m_domain;
     kelva::config::Config m_config;
     kelva::access::QosPatterns m_patterns;
-    kelva::config::Participant m_participant;
+    std::unique_ptr<kelva::config::Participant> m_participant;
+    std::shared_ptr<kelva::actors::Session> m_session;
     std::map<const catalog::OperationInfo*, dds_entity_t> m_topics;
 };
 

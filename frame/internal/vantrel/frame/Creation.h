@@ -9,6 +9,7 @@
 
 #include "vantrel/Export.h"
 #include "kelva/actors/Session.h"
+#include "kelva/actors/SessionImpl.h"
 #include "kelva/actors/SimpleActor.h"
 #include "vantrel/frame/FacadeCore.h"
 
