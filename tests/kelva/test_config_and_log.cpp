@@ -109,27 +109,24 @@ writer_history = 500
 
 TEST_F(Configuration, FaultsNameFileLineAndSetting) {
     const std::string path = (m_dir / "bad.toml").string();
-    EXPECT_EQ(errorOf("[session]\nfirst_write_timeout_ms = 10\nfrist_write = 3\n"),
-              path + ":3: session.frist_write: unknown setting");
-    EXPECT_EQ(errorOf("[log]\nlevel = \"info\"\n\n[session]\nfirst_write_timeout_ms = \"fast\"\n"),
-              path + ":5: session.first_write_timeout_ms: expected an integer");
-    EXPECT_EQ(errorOf("[[qos]]\nmatch = \"*\"\nreliability = \"sometimes\"\n"),
-              path + ":3: qos.reliability: expected reliable or best_effort");
-    EXPECT_EQ(errorOf("[log]\nlevel = \"loud\"\n"),
-              path + ":2: log.level: expected trace, debug, info, warn, error, fatal or off");
-    EXPECT_EQ(errorOf("[session]\npublish_actor_info = 1\n"),
-              path + ":2: session.publish_actor_info: expected true or false");
-    EXPECT_EQ(errorOf("[[qos]]\nreliability = \"reliable\"\n"), path + ":1: qos.match: missing");
-    EXPECT_EQ(errorOf("[[qos]]\nmatch = \"*\"\nhistory = 0\n"),
-              path + ":3: qos.history: must be between 1 and 1000000");
-    EXPECT_EQ(errorOf("colour = \"blue\"\n"), path + ":1: colour: unknown setting");
-    EXPECT_EQ(errorOf("[network]\npeers = [\"10.0.0.1\", \"<Peer/>\"]\n"),
-              path + ":2: network.peers: not an address: \"<Peer/>\"");
-    EXPECT_EQ(errorOf("[network]\ndds_config = 3\n"), path + ":2: network.dds_config: expected a string");
-    // Half a security section would start an unsecured participant.
-    EXPECT_EQ(errorOf("[security]\nidentity_ca = \"ca.pem\"\nidentity_certificate = \"a.pem\"\nprivate_key = \"a.key\"\n"
-                      "permissions_ca = \"ca.pem\"\ngovernance = \"g.p7s\"\n"),
-              path + ":1: security.permissions: missing (security needs all six files)");
+    const std::vector<std::pair<std::string, std::string>> faults = {
+        {"[session]\nfirst_write_timeout_ms = 10\nfrist_write = 3\n", ":3: session.frist_write: unknown setting"},
+        {"[log]\nlevel = \"info\"\n\n[session]\nfirst_write_timeout_ms = \"fast\"\n",
+         ":5: session.first_write_timeout_ms: expected an integer"},
+        {"[[qos]]\nmatch = \"*\"\nreliability = \"sometimes\"\n", ":3: qos.reliability: expected reliable or best_effort"},
+        {"[log]\nlevel = \"loud\"\n", ":2: log.level: expected trace, debug, info, warn, error, fatal or off"},
+        {"[session]\npublish_actor_info = 1\n", ":2: session.publish_actor_info: expected true or false"},
+        {"[[qos]]\nreliability = \"reliable\"\n", ":1: qos.match: missing"},
+        {"[[qos]]\nmatch = \"*\"\nhistory = 0\n", ":3: qos.history: must be between 1 and 1000000"},
+        {"colour = \"blue\"\n", ":1: colour: unknown setting"},
+        {"[network]\npeers = [\"10.0.0.1\", \"<Peer/>\"]\n", ":2: network.peers: not an address: \"<Peer/>\""},
+        {"[network]\ndds_config = 3\n", ":2: network.dds_config: expected a string"},
+        // Half a security section would start an unsecured participant.
+        {"[security]\nidentity_ca = \"ca.pem\"\nidentity_certificate = \"a.pem\"\nprivate_key = \"a.key\"\n"
+         "permissions_ca = \"ca.pem\"\ngovernance = \"g.p7s\"\n",
+         ":1: security.permissions: missing (security needs all six files)"},
+    };
+    for (const auto& [content, error] : faults) EXPECT_EQ(errorOf(content), path + error);
     // Syntax errors and a setting given twice name the line; a missing file is named.
     for (const char* bad : {"[log]\nlevel = \"info\"\nsink stderr\n", "[log]\nlevel = \"info\"\nlevel = \"warn\"\n"})
         EXPECT_EQ(errorOf(bad).rfind(path + ":3: ", 0), 0u) << errorOf(bad);
