@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "kelva/actors/Session.h"
+#include "kelva/config/Config.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/LogCapture.h"
 #include "vantrel/test/Sessions.h"

@@ -9,6 +9,7 @@
 
 #include "intern/vantrel/wire/M_WatchdogWire.h"
 #include "kelva/actors/Session.h"
+#include "kelva/actors/SessionImpl.h"
 #include "vantrel/M_Watchdog.h"
 #include "vantrel/frame/Sender.h"
 #include "vantrel/test/Support.h"

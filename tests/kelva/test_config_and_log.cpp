@@ -185,9 +185,6 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
     EXPECT_EQ(Config::fromEnvironment().topicPrefix, "Other::");
     kelva::config::setProductDefaults({});
 
-    variable.set(write("env.toml", "[session]\nfirst_write_timeout_ms = 42\n"));
-    EXPECT_EQ(Config::fromEnvironment().firstWriteTimeoutMs, 42);
-
     variable.set(write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n"));
     EXPECT_THROW(Config::fromEnvironment(), ConfigError);
 }
