@@ -54,7 +54,7 @@ protected:
     std::unique_ptr<Session> m_readerSession;
 };
 
-TEST_F(Exchange, HandlersOfOneSessionNeverRunConcurrently) {
+TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
     // Two readers of two topics in one session, fed by two writer threads at once: if the session ran two
     // handlers at the same time, the in-handler counter would see the other one. Every sample arrives, as
     // sent, on the reading session's dispatcher thread.
