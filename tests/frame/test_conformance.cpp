@@ -1,6 +1,7 @@
 // What an application relies on at the facade: a disposal that overtook its data is one disposal, entry
-// trace lines name the facade's own functions, callback maps are accepted as applications hold them,
-// read-only facades take callback maps, and the call in progress tells who sent it.
+// trace lines name the facade's own functions, callback maps are accepted as applications hold them (their
+// missing or wrong entries reported), read-only facades take callback maps, and the call in progress tells
+// who sent it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -107,8 +108,12 @@ TEST_F(Sessions, CallbackMapsWorkAsTheApplicationHoldsThemAndReadOnlyFacadesTake
         };
     };
     Raise raise(recorder("service")), watch(recorder("read-only")), multiplexWatch(recorder("multiplex"));
-    vantrel::CallbackMap serviceMap{{"CmdRaiseAlarm", {&raise}}};  // not const, as an application holds it
-    auto service = M_Alert::Service::create(serviceSession, "alerts", serviceMap);
+    // Not const, as an application holds it; one entry of the wrong type and null, one operation without.
+    kelva::utils::callback::Wrapper<M_Alert::IService, const std::string&> wrong([](const std::string&) {});
+    vantrel::CallbackMap serviceMap{{"CmdRaiseAlarm", {&raise}}, {"CmdClearAlarm", {&wrong, nullptr}}};
+    vantrel::test::LogCapture log(Level::warn);
+    auto service = M_Alert::Service::create(serviceSession, "alerts", serviceMap,
+                                            {"CmdRaiseAlarm", "CmdClearAlarm", "CmdAcknowledgeAlarm"});
     auto monitorSession = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId());
     vantrel::CallbackMap readOnlyMap{{"CmdRaiseAlarm", {&watch}}};
     auto readOnly = M_Alert::Service::createReadOnly(monitorSession, "watcher", readOnlyMap);
@@ -124,6 +129,13 @@ TEST_F(Sessions, CallbackMapsWorkAsTheApplicationHoldsThemAndReadOnlyFacadesTake
         client->CmdRaiseAlarm(condition);
         std::lock_guard<std::mutex> lock(mutex);
         return got == std::set<std::string>{"service:Battery", "read-only:Battery", "multiplex:Battery"};
+    }));
+    client->CmdClearAlarm({"1"});
+    client->CmdAcknowledgeAlarm({"1"});
+    EXPECT_TRUE(waitUntil([&] {
+        // (the multiplex monitor, reading every operation, says so too)
+        return log.count(Level::error, "No callback found for CmdAcknowledgeAlarm") >= 1 &&
+               log.count(Level::error, "Callback for CmdClearAlarm has wrong type or is null!") == 2;
     }));
 }
 

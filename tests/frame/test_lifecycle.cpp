@@ -8,6 +8,7 @@
 
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
 using vantrel::test::waitUntil;
@@ -26,9 +27,9 @@ struct BlockingService : M_Alert::IService {
     }
 };
 
-TEST(Lifecycle, DestroyingAFacadeWhileItsCallbackRunsWaitsForTheCallback) {
-    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+using Lifecycle = vantrel::test::TwoSessions;
+
+TEST_F(Lifecycle, DestroyingAFacadeWhileItsCallbackRunsWaitsForTheCallback) {
     BlockingService impl;
     auto service = std::make_unique<M_Alert::Service>(M_Alert::Service::create(serviceSession, "svc", impl));
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
@@ -58,9 +59,7 @@ struct SelfStoppingService : M_Alert::IService {
     }
 };
 
-TEST(Lifecycle, AFacadeInvalidatedFromItsOwnCallbackStopsCleanly) {
-    auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+TEST_F(Lifecycle, AFacadeInvalidatedFromItsOwnCallbackStopsCleanly) {
     SelfStoppingService impl;
     impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
@@ -86,7 +85,7 @@ struct SessionDroppingService : M_Alert::IService {
     }
 };
 
-TEST(Lifecycle, TheLastSessionReferenceDroppedFromACallbackEndsTheSession) {
+TEST(SessionLifecycle, TheLastSessionReferenceDroppedFromACallbackEndsTheSession) {
     auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     SessionDroppingService impl;
     std::weak_ptr<kelva::actors::Session> weakSession;

@@ -34,13 +34,12 @@ struct Recorder : M_Alert::IClient {
         std::lock_guard<std::mutex> lock(mutex);
         statuses.push_back(status);
     }
-    std::size_t logCount() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return logs.size();
-    }
-    std::size_t statusCount() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return statuses.size();
+    template <class Calls>
+    bool waitCount(const Calls& calls, std::size_t n) {
+        return waitUntil([&] {
+            std::lock_guard<std::mutex> lock(mutex);
+            return calls.size() >= n;
+        });
     }
 };
 
@@ -50,10 +49,6 @@ struct IdsRecorder : M_Alert::IService {
     void CmdAcknowledgeAlarm(const M_Alert::AlertIdListType& ids) override {
         std::lock_guard<std::mutex> lock(mutex);
         acknowledged.push_back(ids);
-    }
-    std::size_t count() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return acknowledged.size();
     }
 };
 
@@ -89,14 +84,10 @@ TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
     for (const M_Alert::AlertStatusType* sent : std::vector<const M_Alert::AlertStatusType*>{&large, &small, &empty, &large}) {
         service->ReportAlertStatus(*sent, false);
         ++expected;
-        ASSERT_TRUE(waitUntil([&] { return recorder.statusCount() >= expected; }));
+        ASSERT_TRUE(recorder.waitCount(recorder.statuses, expected));
     }
     std::lock_guard<std::mutex> lock(recorder.mutex);
-    ASSERT_EQ(recorder.statuses.size(), 4u);
-    EXPECT_EQ(recorder.statuses[0], large);
-    EXPECT_EQ(recorder.statuses[1], small);
-    EXPECT_EQ(recorder.statuses[2], empty);
-    EXPECT_EQ(recorder.statuses[3], large);
+    EXPECT_EQ(recorder.statuses, (std::vector<M_Alert::AlertStatusType>{large, small, empty, large}));
 }
 
 TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
@@ -112,9 +103,9 @@ TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
     bare.Condition.Nature = "n";
 
     service->ReportAlarmLog(longText("alarm id"), full, false);
-    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 1; }));
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 1));
     service->ReportAlarmLog("A2", bare, false);
-    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 2; }));
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 2));
     {
         std::lock_guard<std::mutex> lock(recorder.mutex);
         EXPECT_EQ(recorder.logs[0].id, longText("alarm id"));
@@ -135,7 +126,10 @@ TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
     for (const auto* sent : {&many, &one, &noIds}) {  // each awaited, as the decode of one reuses the last
         sender->CmdAcknowledgeAlarm(*sent);
         ++expected;
-        ASSERT_TRUE(waitUntil([&] { return ids.count() >= expected; }));
+        ASSERT_TRUE(waitUntil([&] {
+            std::lock_guard<std::mutex> lock(ids.mutex);
+            return ids.acknowledged.size() >= expected;
+        }));
     }
     std::lock_guard<std::mutex> lock(ids.mutex);
     EXPECT_EQ(ids.acknowledged, (std::vector<M_Alert::AlertIdListType>{many, one, noIds}));
@@ -150,9 +144,9 @@ TEST_F(ReceivedValues, ADisposalCarriesItsKeyAndNoDataOfTheSampleBeforeIt) {
     log.TimeRaised = M_Common::TimeType(5, 6);
     log.TimeAcknowledged = {M_Common::TimeType(7, 8)};
     service->ReportAlarmLog("A1", log, false);
-    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 1; }));
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 1));
     service->ReportAlarmLog("A1", log, true);
-    ASSERT_TRUE(waitUntil([&] { return recorder.logCount() >= 2; }));
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 2));
 
     std::lock_guard<std::mutex> lock(recorder.mutex);
     ASSERT_EQ(recorder.logs.size(), 2u);

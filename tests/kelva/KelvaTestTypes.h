@@ -2,6 +2,7 @@
 // The toolkit's view of the test wire types, and small owners that fill their C structs.
 #include <ostream>
 #include <string>
+#include <tuple>
 
 #include "kelva/access/TypeTraits.h"
 #include "kelva_test_types.h"
@@ -55,12 +56,8 @@ struct KeyedCopy {
     std::string text;
 
     static KeyedCopy of(const kelva_test_Keyed& s) { return {s.Id ? s.Id : "", s.Value, s.Text ? s.Text : ""}; }
-    bool operator==(const KeyedCopy& o) const { return id == o.id && value == o.value && text == o.text; }
-    bool operator<(const KeyedCopy& o) const {
-        if (id != o.id) return id < o.id;
-        if (value != o.value) return value < o.value;
-        return text < o.text;
-    }
+    bool operator==(const KeyedCopy& o) const { return std::tie(id, value, text) == std::tie(o.id, o.value, o.text); }
+    bool operator<(const KeyedCopy& o) const { return std::tie(id, value, text) < std::tie(o.id, o.value, o.text); }
 };
 
 inline std::ostream& operator<<(std::ostream& out, const KeyedCopy& k) {

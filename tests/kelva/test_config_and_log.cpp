@@ -5,9 +5,7 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -91,25 +89,19 @@ writer_history = 500
     EXPECT_TRUE(c.checkMostDerivedClassType);
     EXPECT_FALSE(c.publishActorInfo);
     ASSERT_EQ(c.plugins.size(), 2u);
-    EXPECT_EQ(c.plugins[0].name, "audit");
-    EXPECT_EQ(c.plugins[0].path, "/opt/plugins/libaudit.so");
     EXPECT_EQ(c.plugins[1].name, "trace");
+    EXPECT_EQ(c.plugins[1].path, "/opt/plugins/libtrace.so");
 
-    // The file's rules first, in order, then the defaults (the toolkit's alone: "*").
+    // The file's rules first, in order, then the defaults (the toolkit's alone: "*"); unset members keep
+    // their defaults.
     ASSERT_EQ(c.qos.size(), 3u);
-    EXPECT_EQ(c.qos[0].match, "M_Video_*");
     EXPECT_EQ(c.qos[0].reliability, Reliability::BestEffort);
     EXPECT_EQ(c.qos[0].durability, Durability::TransientLocal);
     EXPECT_EQ(c.qos[0].historyDepth, 4);
     EXPECT_EQ(c.qos[0].maxBlockingTimeMs, 250);
-    EXPECT_EQ(c.qos[1].match, "M_Log_?Service_*");
     EXPECT_EQ(c.qos[1].historyDepth, 0);
     EXPECT_EQ(c.qos[1].writerHistoryDepth, 500);
-    EXPECT_EQ(c.qos[0].writerHistoryDepth, 0);
     EXPECT_EQ(c.qos[1].reliability, Reliability::Reliable);
-    EXPECT_EQ(c.qos[1].durability, Durability::Volatile);
-    EXPECT_EQ(c.qos[2].match, "*");
-
     EXPECT_EQ(&c.qosFor("M_Video_IClient_ReportFrame"), &c.qos[0]);
     EXPECT_EQ(&c.qosFor("M_Log_IService_CmdWrite"), &c.qos[1]);
     EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[2]);
@@ -117,39 +109,33 @@ writer_history = 500
 
 TEST_F(Configuration, FaultsNameFileLineAndSetting) {
     const std::string path = (m_dir / "bad.toml").string();
-    EXPECT_EQ(errorOf("[session]\nfirst_write_timeout_ms = 10\nfrist_write = 3\n"),
-              path + ":3: session.frist_write: unknown setting");
-    EXPECT_EQ(errorOf("[log]\nlevel = \"info\"\n\n[session]\nfirst_write_timeout_ms = \"fast\"\n"),
-              path + ":5: session.first_write_timeout_ms: expected an integer");
-    EXPECT_EQ(errorOf("[[qos]]\nmatch = \"*\"\nreliability = \"sometimes\"\n"),
-              path + ":3: qos.reliability: expected reliable or best_effort");
-    EXPECT_EQ(errorOf("[log]\nlevel = \"loud\"\n"),
-              path + ":2: log.level: expected trace, debug, info, warn, error, fatal or off");
-    EXPECT_EQ(errorOf("[session]\npublish_actor_info = 1\n"),
-              path + ":2: session.publish_actor_info: expected true or false");
-    EXPECT_EQ(errorOf("[[qos]]\nreliability = \"reliable\"\n"), path + ":1: qos.match: missing");
-    EXPECT_EQ(errorOf("[[qos]]\nmatch = \"*\"\nhistory = 0\n"),
-              path + ":3: qos.history: must be between 1 and 1000000");
-    EXPECT_EQ(errorOf("colour = \"blue\"\n"), path + ":1: colour: unknown setting");
-}
-
-TEST_F(Configuration, SyntaxErrorNamesFileAndLine) {
-    const std::string path = (m_dir / "bad.toml").string();
-    const std::string what = errorOf("[log]\nlevel = \"info\"\nsink stderr\n");
-    EXPECT_EQ(what.rfind(path + ":3: ", 0), 0u) << what;
-
-    const std::string twice = errorOf("[log]\nlevel = \"info\"\nlevel = \"warn\"\n");
-    EXPECT_EQ(twice.rfind(path + ":3: ", 0), 0u) << twice;
-}
-
-TEST_F(Configuration, MissingFileNamesTheFile) {
-    const std::string path = (m_dir / "absent.toml").string();
-    try {
-        Config::fromFile(path);
-        ADD_FAILURE() << "a missing file was read";
-    } catch (const ConfigError& e) {
-        EXPECT_EQ(std::string(e.what()).rfind(path, 0), 0u) << e.what();
-    }
+    const std::vector<std::pair<std::string, std::string>> faults = {
+        {"[session]\nfirst_write_timeout_ms = 10\nfrist_write = 3\n", ":3: session.frist_write: unknown setting"},
+        {"[log]\nlevel = \"info\"\n\n[session]\nfirst_write_timeout_ms = \"fast\"\n",
+         ":5: session.first_write_timeout_ms: expected an integer"},
+        {"[[qos]]\nmatch = \"*\"\nreliability = \"sometimes\"\n", ":3: qos.reliability: expected reliable or best_effort"},
+        {"[log]\nlevel = \"loud\"\n", ":2: log.level: expected trace, debug, info, warn, error, fatal or off"},
+        {"[session]\npublish_actor_info = 1\n", ":2: session.publish_actor_info: expected true or false"},
+        {"[[qos]]\nreliability = \"reliable\"\n", ":1: qos.match: missing"},
+        {"[[qos]]\nmatch = \"*\"\nhistory = 0\n", ":3: qos.history: must be between 1 and 1000000"},
+        {"colour = \"blue\"\n", ":1: colour: unknown setting"},
+        {"[network]\npeers = [\"10.0.0.1\", \"<Peer/>\"]\n", ":2: network.peers: not an address: \"<Peer/>\""},
+        {"[network]\ndds_config = 3\n", ":2: network.dds_config: expected a string"},
+        // Half a security section would start an unsecured participant.
+        {"[security]\nidentity_ca = \"ca.pem\"\nidentity_certificate = \"a.pem\"\nprivate_key = \"a.key\"\n"
+         "permissions_ca = \"ca.pem\"\ngovernance = \"g.p7s\"\n",
+         ":1: security.permissions: missing (security needs all six files)"},
+    };
+    for (const auto& [content, error] : faults) EXPECT_EQ(errorOf(content), path + error);
+    // Syntax errors and a setting given twice name the line; a missing file is named.
+    for (const char* bad : {"[log]\nlevel = \"info\"\nsink stderr\n", "[log]\nlevel = \"info\"\nlevel = \"warn\"\n"})
+        EXPECT_EQ(errorOf(bad).rfind(path + ":3: ", 0), 0u) << errorOf(bad);
+    EXPECT_THROW(
+        try { Config::fromFile(path + ".absent"); } catch (const ConfigError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(path + ".absent", 0), 0u) << e.what();
+            throw;
+        },
+        ConfigError);
 }
 
 #if defined(_WIN32)
@@ -183,12 +169,7 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
     EnvironmentVariable variable("KELVA_CONFIG");
     variable.clear();
     // Without the variable: the defaults, the toolkit's alone here (no product library loaded).
-    const Config defaults = Config::fromEnvironment();
-
-    const auto& any = defaults.qosFor("M_Alert_IClient_ReportAlertStatus");
-    EXPECT_EQ(any.durability, Durability::Volatile);
-    EXPECT_EQ(any.historyDepth, 0);
-    EXPECT_EQ(any.reliability, Reliability::Reliable);
+    EXPECT_EQ(Config::fromEnvironment().qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::Volatile);
 
     // A product's defaults come before the toolkit's last rule, and a file still overrides them.
     kelva::config::QosRule state;
@@ -204,9 +185,6 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
     EXPECT_EQ(Config::fromEnvironment().topicPrefix, "Other::");
     kelva::config::setProductDefaults({});
 
-    variable.set(write("env.toml", "[session]\nfirst_write_timeout_ms = 42\n"));
-    EXPECT_EQ(Config::fromEnvironment().firstWriteTimeoutMs, 42);
-
     variable.set(write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n"));
     EXPECT_THROW(Config::fromEnvironment(), ConfigError);
 }
@@ -214,7 +192,6 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
 TEST(QosPattern, EntitiesGetTheRulesQos) {
     kelva::config::QosRule rule;
     rule.match = "*";
-    rule.reliability = Reliability::BestEffort;
     rule.durability = Durability::TransientLocal;
     rule.historyDepth = 3;
     const kelva::access::QosPattern pattern(rule);
@@ -222,15 +199,9 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
         dds_durability_kind_t durability{};
         ASSERT_TRUE(dds_qget_durability(qos, &durability));
         EXPECT_EQ(durability, DDS_DURABILITY_TRANSIENT_LOCAL);
-        dds_reliability_kind_t reliability{};
-        dds_duration_t blocking = 0;
-        ASSERT_TRUE(dds_qget_reliability(qos, &reliability, &blocking));
-        EXPECT_EQ(reliability, DDS_RELIABILITY_BEST_EFFORT);
-        EXPECT_EQ(blocking, DDS_MSECS(1000));
         dds_history_kind_t history{};
         int32_t depth = 0;
         ASSERT_TRUE(dds_qget_history(qos, &history, &depth));
-        EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
         EXPECT_EQ(depth, 3);
     }
     // A disposal must not unregister, and a writer going away must not dispose what it reported.
@@ -238,53 +209,26 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
     ASSERT_TRUE(dds_qget_writer_data_lifecycle(pattern.qosWrite(), &autodispose));
     EXPECT_FALSE(autodispose);
 
+    // The writer of a keep-all topic keeps the bound the rule gives it; its readers keep all.
     kelva::config::QosRule all;
     all.match = "*";
-    const kelva::access::QosPattern keepAll(all);
-    dds_history_kind_t history{};
-    int32_t depth = 0;
-    ASSERT_TRUE(dds_qget_history(keepAll.qosRead(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
-    // The writer of a keep-all topic keeps all by default, or the bound the rule gives it.
-    ASSERT_TRUE(dds_qget_history(keepAll.qosWrite(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
     all.writerHistoryDepth = 1000;
     const kelva::access::QosPattern bounded(all);
+    dds_history_kind_t history{};
+    int32_t depth = 0;
     ASSERT_TRUE(dds_qget_history(bounded.qosWrite(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
     EXPECT_EQ(depth, 1000);
     ASSERT_TRUE(dds_qget_history(bounded.qosRead(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
-    dds_durability_kind_t durability{};
-    ASSERT_TRUE(dds_qget_durability(keepAll.qosWrite(), &durability));
-    EXPECT_EQ(durability, DDS_DURABILITY_VOLATILE);
-
-    // The session's patterns pick the first matching rule.
-    Config config;
-    kelva::config::QosRule state;
-    state.match = "*_IClient_Report*";
-    state.durability = Durability::TransientLocal;
-    state.historyDepth = 1;
-    config.qos.insert(config.qos.begin(), state);
-    const kelva::access::QosPatterns patterns(config);
-    ASSERT_TRUE(dds_qget_history(patterns.forTopic("M_Alert_IClient_ReportAlertStatus").qosWrite(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
-    EXPECT_EQ(depth, 1);
-    ASSERT_TRUE(dds_qget_history(patterns.forTopic("M_Alert_IService_CmdRaiseAlarm").qosRead(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
 }
 
 TEST(GlobMatch, StarAndQuestionMark) {
     using kelva::utils::string::globMatch;
     EXPECT_TRUE(globMatch("*", ""));
-    EXPECT_FALSE(globMatch("", "a"));
     EXPECT_FALSE(globMatch("abc", "abcd"));
-    EXPECT_TRUE(globMatch("a?c", "abc"));
     EXPECT_FALSE(globMatch("a?c", "ac"));
     EXPECT_TRUE(globMatch("a*c", "ac"));
-    EXPECT_TRUE(globMatch("a*c", "abbbc"));
-    EXPECT_FALSE(globMatch("a*c", "abbbd"));
-    EXPECT_TRUE(globMatch("*x", "axbx"));
     EXPECT_TRUE(globMatch("*a", "*ba"));  // '*' in the text is a character like any other
     EXPECT_TRUE(globMatch("a*b*c", "aXbYc"));
     EXPECT_FALSE(globMatch("a*b", "aXbY"));
@@ -317,23 +261,17 @@ TEST(Log, LinesOfAnUnusedLevelAreNotBuilt) {
 
 TEST(Log, LevelFiltersWhatIsWritten) {
     vantrel::test::LogCapture log(Level::warn);
-    kelva::utils::log::debug() << "debug line";
     kelva::utils::log::info() << "info line";
     kelva::utils::log::warn() << "warn " << 1;
-    kelva::utils::log::error() << "error " << 2;
     kelva::utils::log::fatal() << "fatal " << 3;
     const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].level, Level::warn);
+    ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0].text, "warn 1");
-    EXPECT_EQ(lines[1].level, Level::error);
-    EXPECT_EQ(lines[1].text, "error 2");
-    EXPECT_EQ(lines[2].level, Level::fatal);
-    EXPECT_EQ(lines[2].text, "fatal 3");
+    EXPECT_EQ(lines[1].level, Level::fatal);
 
     Logger::setLevel(Level::off);
     kelva::utils::log::fatal() << "nothing";
-    EXPECT_EQ(log.lines().size(), 3u);
+    EXPECT_EQ(log.lines().size(), 2u);
 }
 
 using LogSink = Files;
@@ -346,10 +284,7 @@ TEST_F(LogSink, FileSinkReceivesLinesAndUnknownSinksAreRefused) {
         kelva::utils::log::warn() << "to the file";
         Logger::setSink("stderr");
     }
-    std::ifstream in(file);
-    std::stringstream content;
-    content << in.rdbuf();
-    EXPECT_NE(content.str().find("to the file"), std::string::npos) << content.str();
+    EXPECT_NE(read(file.string()).find("to the file"), std::string::npos) << read(file.string());
 
     EXPECT_THROW(Logger::setSink("syslog"), std::invalid_argument);
     EXPECT_THROW(Logger::setSink("file:"), std::invalid_argument);
@@ -380,34 +315,15 @@ peers = ["192.168.7.2", "192.168.7.3"]
                   "name=\"eth1\"/></Interfaces></General><Discovery><Peers><Peer address=\"192.168.7.2\"/><Peer "
                   "address=\"192.168.7.3\"/></Peers></Discovery></Domain></CycloneDDS>");
 
-    // An address selects the interface by address; a single file needs no list.
-    const Config single = Config::fromFile(write("single.toml", "[network]\ndds_config = \"lan.xml\"\ninterface = \"10.0.0.4\"\n"));
-    EXPECT_EQ(kelva::config::domainConfigText(single.network),
-              "file://" + (m_dir / "lan.xml").string() +
-                  ",<CycloneDDS><Domain id=\"any\"><General><Interfaces><NetworkInterface address=\"10.0.0.4\"/>"
-                  "</Interfaces></General></Domain></CycloneDDS>");
     EXPECT_FALSE(Config{}.network.configured());
-    EXPECT_EQ(kelva::config::domainConfigText(Config{}.network), "");
-}
 
-TEST_F(Configuration, NetworkAndSecurityFaultsNameTheSetting) {
-    const std::string file = path("bad.toml");
-    EXPECT_EQ(errorOf("[network]\nmulticast = true\n"), file + ":2: network.multicast: unknown setting");
-    EXPECT_EQ(errorOf("[network]\npeers = [\"10.0.0.1\", \"<Peer/>\"]\n"),
-              file + ":2: network.peers: not an address: \"<Peer/>\"");
-    EXPECT_EQ(errorOf("[network]\ndds_config = 3\n"), file + ":2: network.dds_config: expected a string");
-    // Half a security section would start an unsecured participant.
-    EXPECT_EQ(errorOf("[security]\nidentity_ca = \"ca.pem\"\nidentity_certificate = \"a.pem\"\nprivate_key = \"a.key\"\n"
-                      "permissions_ca = \"ca.pem\"\ngovernance = \"g.p7s\"\n"),
-              file + ":1: security.permissions: missing (security needs all six files)");
-    const Config c = Config::fromFile(write("ok.toml", "[security]\nidentity_ca = \"keys/ca.pem\"\nidentity_certificate = "
+    // Security files are read against the file's folder too.
+    const Config s = Config::fromFile(write("ok.toml", "[security]\nidentity_ca = \"keys/ca.pem\"\nidentity_certificate = "
                                                        "\"a.pem\"\nprivate_key = \"a.key\"\npermissions_ca = \"/pki/ca.pem\"\n"
                                                        "governance = \"g.p7s\"\npermissions = \"p.p7s\"\n"));
-    EXPECT_TRUE(c.security.enabled());
-    const auto spelled = [](const fs::path& p) { return fs::absolute(p).lexically_normal().string(); };
-    EXPECT_EQ(c.security.identityCa, spelled(m_dir / "keys/ca.pem"));
-    EXPECT_EQ(c.security.permissionsCa, spelled(m_dir / "/pki/ca.pem"));
-    EXPECT_EQ(c.security.permissions, spelled(m_dir / "p.p7s"));
+    EXPECT_TRUE(s.security.enabled());
+    EXPECT_EQ(s.security.identityCa, spelled(m_dir / "keys/ca.pem"));
+    EXPECT_EQ(s.security.permissionsCa, spelled(m_dir / "/pki/ca.pem"));
 }
 
 TEST_F(Configuration, SessionsOfANetworkShareTheDomainItsConfigurationMade) {

@@ -1,6 +1,6 @@
 // Two sessions of one process exchanging samples over loopback through their actors' topic pools: delivery
-// on the dispatcher thread, one handler at a time per session, connection state and disposal of keyed
-// instances (the bounded first-write wait: the frame's AlertFirstWrite test).
+// on the dispatcher thread, one handler at a time per session, connection state, and no reader left behind
+// when many are ready at once (keyed disposal and the first-write wait: the frame's and the modules' tests).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -54,60 +54,21 @@ protected:
     std::unique_ptr<Session> m_readerSession;
 };
 
-TEST_F(Exchange, SamplesCrossSessionsAndArriveOnTheReadersDispatcherThread) {
-    const auto testThread = std::this_thread::get_id();
-    auto reader = readerActor();
+TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
+    // Two readers of two topics in one session, fed by two writer threads at once: if the session ran two
+    // handlers at the same time, the in-handler counter would see the other one. Every sample arrives, as
+    // sent, on the reading session's dispatcher thread.
     auto readerSession = readerImpl();
+    std::atomic<int> offDispatcher{0};
     std::mutex mutex;
     std::vector<KeyedCopy> received;
-    std::atomic<int> offDispatcher{0};
-    std::atomic<int> onTestThread{0};
-    reader->readPool().createTopicRead<kelva_test_Keyed>([&](const kelva_test_Keyed& s, const dds_sample_info_t&) {
-        if (!readerSession->dispatcher().onDispatcherThread()) ++offDispatcher;
-        if (std::this_thread::get_id() == testThread) ++onTestThread;
-        std::lock_guard<std::mutex> lock(mutex);
-        received.push_back(KeyedCopy::of(s));
-    });
-
-    auto writer = writerActor();
-    auto& w = writer->writePool().createTopicWrite<kelva_test_Keyed>();
-    ASSERT_TRUE(w.waitForMatch(kMatchMs)) << "the reader of the other session never matched";
-
-    std::vector<KeyedCopy> sent;
-    for (int i = 0; i < 5; ++i) {
-        const std::string id = "id" + std::to_string(i);
-        const std::string text = "text of " + id;
-        KeyedSample sample(id, 100 + i, text);
-        writer->writePool().write(sample.get(), true, false);
-        sent.push_back({id, 100 + i, text});
-    }
-
-    ASSERT_TRUE(waitUntil([&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return received.size() >= sent.size();
-    }));
-    std::vector<KeyedCopy> got;
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        got = received;
-    }
-    // One writer's samples of different instances may be taken instance by instance: compare as sets.
-    std::sort(got.begin(), got.end());
-    std::sort(sent.begin(), sent.end());
-    EXPECT_EQ(got, sent);
-    EXPECT_EQ(offDispatcher.load(), 0) << "a data handler ran outside the session's dispatcher thread";
-    EXPECT_EQ(onTestThread.load(), 0);
-}
-
-TEST_F(Exchange, HandlersOfOneSessionNeverRunConcurrently) {
-    // Two readers of two topics in one session, fed by two writer threads at once: if the session ran two
-    // handlers at the same time, the in-handler counter would see the other one.
     std::atomic<int> inside{0};
     std::atomic<int> overlaps{0};
     std::atomic<int> keyedCount{0};
     std::atomic<int> plainCount{0};
     auto body = [&](std::atomic<int>& count) {
         if (inside.fetch_add(1) != 0) ++overlaps;
+        if (!readerSession->dispatcher().onDispatcherThread()) ++offDispatcher;
         std::this_thread::sleep_for(1ms);  // widens the window in which an overlap would show
         inside.fetch_sub(1);
         ++count;
@@ -115,7 +76,13 @@ TEST_F(Exchange, HandlersOfOneSessionNeverRunConcurrently) {
     auto keyedReader = readerActor("keyedReader");
     auto plainReader = readerActor("plainReader");
     keyedReader->readPool().createTopicRead<kelva_test_Keyed>(
-        [&](const kelva_test_Keyed&, const dds_sample_info_t&) { body(keyedCount); });
+        [&](const kelva_test_Keyed& s, const dds_sample_info_t&) {
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                received.push_back(KeyedCopy::of(s));
+            }
+            body(keyedCount);
+        });
     plainReader->readPool().createTopicRead<kelva_test_Plain>(
         [&](const kelva_test_Plain&, const dds_sample_info_t&) { body(plainCount); });
 
@@ -126,9 +93,11 @@ TEST_F(Exchange, HandlersOfOneSessionNeverRunConcurrently) {
     ASSERT_TRUE(plainWriter.waitForMatch(kMatchMs));
 
     constexpr int kEach = 40;
+    std::vector<KeyedCopy> sent;
+    for (int i = 0; i < kEach; ++i) sent.push_back({"k" + std::to_string(i), i, "text " + std::to_string(i)});
     std::thread keyedThread([&] {
-        for (int i = 0; i < kEach; ++i) {
-            KeyedSample sample("k" + std::to_string(i), i);
+        for (const auto& s : sent) {
+            KeyedSample sample(s.id, s.value, s.text);
             writer->writePool().write(sample.get(), true, false);
         }
     });
@@ -141,6 +110,12 @@ TEST_F(Exchange, HandlersOfOneSessionNeverRunConcurrently) {
     ASSERT_TRUE(waitUntil([&] { return keyedCount.load() == kEach && plainCount.load() == kEach; }))
         << "keyed " << keyedCount.load() << ", plain " << plainCount.load();
     EXPECT_EQ(overlaps.load(), 0);
+    EXPECT_EQ(offDispatcher.load(), 0) << "a data handler ran outside the session's dispatcher thread";
+    // One writer's samples of different instances may be taken instance by instance: compare as sets.
+    std::lock_guard<std::mutex> lock(mutex);
+    std::sort(received.begin(), received.end());
+    std::sort(sent.begin(), sent.end());
+    EXPECT_EQ(received, sent);
 }
 
 TEST_F(Exchange, ConnectStateFollowsMatchingReaders) {
@@ -148,9 +123,6 @@ TEST_F(Exchange, ConnectStateFollowsMatchingReaders) {
     auto& w = writer->writePool().createTopicWrite<kelva_test_Plain>();
     EXPECT_FALSE(w.connectState().isConnected()) << "connected with no reader in the domain";
     EXPECT_FALSE(writer->writePool().anyConnected());
-    EXPECT_EQ(w.connectState().nameTopic(), "kelva_test_Plain");
-    EXPECT_EQ(w.connectState().nameType(), "kelva_test::Plain");
-    EXPECT_EQ(w.connectState().nameModule(), "M_Test");
 
     auto first = readerActor("first");
     auto second = readerActor("second");
@@ -176,64 +148,6 @@ TEST_F(Exchange, ConnectStateFollowsMatchingReaders) {
     EXPECT_TRUE(waitUntil([&] { return !w.connectState().isConnected(); }))
         << "still connected after the last reader left";
     EXPECT_FALSE(writer->writePool().anyConnected());
-}
-
-TEST_F(Exchange, DisposeOfAKeyedInstanceReachesTheReaderAsDisposal) {
-    auto reader = readerActor();
-    std::mutex mutex;
-    std::vector<KeyedCopy> data;
-    struct Disposal {
-        std::string id;
-        dds_instance_state_t state;
-        bool validData;
-    };
-    std::vector<Disposal> disposals;
-    reader->readPool().createTopicRead<kelva_test_Keyed>(
-        [&](const kelva_test_Keyed& s, const dds_sample_info_t&) {
-            std::lock_guard<std::mutex> lock(mutex);
-            data.push_back(KeyedCopy::of(s));
-        },
-        [&](const kelva_test_Keyed& s, const dds_sample_info_t& info) {
-            std::lock_guard<std::mutex> lock(mutex);
-            disposals.push_back({s.Id ? s.Id : "", info.instance_state, info.valid_data});
-        });
-    auto dataCount = [&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return data.size();
-    };
-    auto disposalCount = [&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return disposals.size();
-    };
-
-    auto writer = writerActor();
-    auto& w = writer->writePool().createTopicWrite<kelva_test_Keyed>();
-    ASSERT_TRUE(w.waitForMatch(kMatchMs));
-    KeyedSample a1("A", 1, "first A"), b1("B", 1, "first B");
-    writer->writePool().write(a1.get(), true, false);
-    writer->writePool().write(b1.get(), true, false);
-    // The data must be in before the disposal: a sample taken after its instance was disposed counts as
-    // part of the disposal.
-    ASSERT_TRUE(waitUntil([&] { return dataCount() == 2; }));
-
-    KeyedSample keyOfA("A", 0);
-    writer->writePool().dispose(keyOfA.get());
-    ASSERT_TRUE(waitUntil([&] { return disposalCount() == 1; })) << "the disposal of A never arrived";
-
-    KeyedSample b2("B", 2, "second B");
-    writer->writePool().write(b2.get(), true, false);
-    ASSERT_TRUE(waitUntil([&] { return dataCount() == 3; }));
-
-    std::lock_guard<std::mutex> lock(mutex);
-    ASSERT_EQ(disposals.size(), 1u);
-    EXPECT_EQ(disposals[0].id, "A");
-    EXPECT_EQ(disposals[0].state, DDS_IST_NOT_ALIVE_DISPOSED);
-    EXPECT_FALSE(disposals[0].validData);
-    // The data handler saw the three writes and nothing of the disposal; B lives on.
-    std::vector<KeyedCopy> expected{{"A", 1, "first A"}, {"B", 1, "first B"}, {"B", 2, "second B"}};
-    std::vector<KeyedCopy> got = data;
-    std::sort(got.begin(), got.end());
-    EXPECT_EQ(got, expected);
 }
 
 TEST_F(Exchange, EveryReaderIsServedWhenMoreConditionsTriggerThanOneWaitReports) {

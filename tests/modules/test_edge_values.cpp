@@ -18,7 +18,6 @@
 #include "vantrel/M_Camera.h"
 #include "vantrel/M_FileTransfer.h"
 #include "vantrel/M_SectorSelection.h"
-#include "vantrel/M_Teleoperation.h"
 #include "vantrel/M_VideoTrackerLot.h"
 #include "vantrel/test/Support.h"
 
@@ -104,12 +103,6 @@ struct BitClient : M_BuiltInTest::IClient {
         calls.add(M_BuiltInTest::ReportIBitStatus(name, status), dispose);
     }
 };
-struct TeleClient : M_Teleoperation::IClient {
-    Calls<M_Teleoperation::ReportBatteryStatus> calls;
-    void ReportBatteryStatus(const std::string& id, const M_Teleoperation::BatteryStatusType& s, bool dispose) override {
-        calls.add(M_Teleoperation::ReportBatteryStatus(id, s), dispose);
-    }
-};
 
 TEST(KeyedReports, AreOneInstancePerKey) {
     M_BuiltInTest::BitStatusType passed;
@@ -124,17 +117,6 @@ TEST(KeyedReports, AreOneInstancePerKey) {
         [](const M_BuiltInTest::ReportIBitStatus& p) { return p.KeyIBitName; },
         M_BuiltInTest::ReportIBitStatus("Memory", passed), M_BuiltInTest::ReportIBitStatus("Memory", failed),
         M_BuiltInTest::ReportIBitStatus("Fan", passed));
-
-    M_Teleoperation::BatteryStatusType full, low;
-    full.Voltage = {28.0};
-    low.Voltage = {21.5};
-    expectSeparateInstances<M_Teleoperation::Service, M_Teleoperation::Client, TeleClient>(
-        [](M_Teleoperation::Service& s, const M_Teleoperation::ReportBatteryStatus& p, bool d) {
-            s->ReportBatteryStatus(p.KeyId, p.BatteryStatus, d);
-        },
-        [](const M_Teleoperation::ReportBatteryStatus& p) { return p.KeyId; },
-        M_Teleoperation::ReportBatteryStatus("main", full), M_Teleoperation::ReportBatteryStatus("main", low),
-        M_Teleoperation::ReportBatteryStatus("backup", full));
 }
 
 struct BitCtrlClient : M_BuiltInTestCtrl::IClient {
