@@ -161,6 +161,28 @@ def marks(d):
     return {n.name: n.mark() for n in d.nodes}
 
 
+def commands_from_both_clients(d, at):
+    """N numbered commands from each client, sent at once from both hosts: the service and the monitor
+    receive all, in order per client. Returns when the last one arrived."""
+    d.a.send("send 1 %d 0" % N_COMMANDS)
+    d.b.send("send 1 %d 0" % N_COMMANDS)
+    t_last = 0.0
+    for client in (d.a, d.b):
+        _, exceptions, _ = done(client, "send", at[client.name])
+        assert exceptions == 0
+        t_last = max(t_last, wait_all_received(client.name, 1, N_COMMANDS, [d.service, d.monitor], at, 30))
+    return t_last
+
+
+def state_reached_everyone(d, value, at, timeout):
+    """Waits until both clients and the monitor have report pair `value`; returns when the last one came."""
+    t_last = 0.0
+    for node in (d.a, d.b, d.monitor):
+        for pattern in (r"^report AlarmLog state v%d$", r"^report AlertStatus %d$"):
+            t_last = max(t_last, node.wait_for(pattern % value, timeout, at[node.name])[1])
+    return t_last
+
+
 def test_1_discovery_across_hosts(lan):
     """Every client's command writers match the service's and the monitor's readers (and its report readers
     the service's writers) across the bridge, counted from the client process's start."""
@@ -177,19 +199,11 @@ def test_2_every_command_delivered(lan):
     receive all, in order per client; a keyed transient-local report reaches both clients and the monitor."""
     at = marks(lan)
     t0 = time.monotonic() * 1000
-    lan.a.send("send 1 %d 0" % N_COMMANDS)
-    lan.b.send("send 1 %d 0" % N_COMMANDS)
-    t_last = 0.0
-    for client in (lan.a, lan.b):
-        max_us, exceptions, _ = done(client, "send", at[client.name])
-        assert exceptions == 0
-        t_last = max(t_last, wait_all_received(client.name, 1, N_COMMANDS, [lan.service, lan.monitor], at, 30))
+    t_last = commands_from_both_clients(lan, at)
     figure("commands %d from each client received in order by service and monitor, the last %.0f ms after "
            "the sends began" % (N_COMMANDS, t_last - t0))
     lan.service.send("report 1 1 0")
-    for node in (lan.a, lan.b, lan.monitor):
-        node.wait_for(r"^report AlarmLog state v1$", 10, at[node.name])
-        node.wait_for(r"^report AlertStatus 1$", 10, at[node.name])
+    state_reached_everyone(lan, 1, at, 10)
 
 
 def test_3_link_cut_for_5s(lan, network):
@@ -254,20 +268,10 @@ def test_4_five_percent_packet_loss(lan, network):
             figure("loss     discovery %-8s %5d ms after its start" % (node.name, int(m.group(1))))
         at = marks(d)
         t1 = time.monotonic() * 1000
-        d.a.send("send 1 %d 0" % N_COMMANDS)
-        d.b.send("send 1 %d 0" % N_COMMANDS)
         d.service.send("report 1 20 20")
-        t_commands = 0.0
-        for client in (d.a, d.b):
-            _, exceptions, _ = done(client, "send", at[client.name])
-            assert exceptions == 0
-            t_commands = max(t_commands, wait_all_received(client.name, 1, N_COMMANDS, [d.service, d.monitor], at, 30))
+        t_commands = commands_from_both_clients(d, at)
         _, t_reported, _ = d.service.wait_for(r"^reported 20 ", 30, at["service"])
-        t_state = 0.0
-        for node in (d.a, d.b, d.monitor):
-            _, t_log, _ = node.wait_for(r"^report AlarmLog state v20$", 30, at[node.name])
-            _, t_status, _ = node.wait_for(r"^report AlertStatus 20$", 30, at[node.name])
-            t_state = max(t_state, t_log, t_status)
+        t_state = state_reached_everyone(d, 20, at, 30)
         figure("loss     5 %% outgoing loss on every host: %d commands from each client complete and in order at "
                "service and monitor, the last %.0f ms after the sends began (%.0f ms counting discovery); the "
                "latest of 20 report pairs at both clients and the monitor %.0f ms after it was sent"

@@ -114,15 +114,6 @@ def test_setup_keeps_its_ca_and_writes_one_configuration_per_application(tmp_pat
     assert tool("security", "check", tmp_path).returncode == 0
 
 
-def test_check_finds_permissions_of_another_identity(tmp_path):
-    assert tool("security", "setup", tmp_path, "--app", "cam:M_Mount=service", "--app", "panel:M_Mount=client").returncode == 0
-    (tmp_path / "cam.permissions.p7s").write_bytes((tmp_path / "panel.permissions.p7s").read_bytes())
-    check = tool("security", "check", tmp_path / "cam.toml")
-    assert check.returncode == 2, check.stdout
-    assert check.stdout == (f"FAILED {tmp_path}/cam.permissions.p7s: grants 'CN=panel', not the identity CN=cam of "
-                            f"{tmp_path}/cam.pem\n")
-
-
 @pytest.mark.parametrize("args, message", [
     (["permissions", "x", "--grant", "M_Nope=service"], "unknown module 'M_Nope'"),
     (["permissions", "x", "--grant", "M_Mount=admin"], "unknown side 'admin'"),
