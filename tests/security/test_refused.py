@@ -50,6 +50,11 @@ def tampered(d, name, text):
     return d / name
 
 
+def removed(d, name):
+    os.remove(d / name)
+    return d / name
+
+
 def certificate_body(d):
     pem = (d / "display.pem").read_text().splitlines()
     return pem[len(pem) // 2][10:20]  # inside the signed body
@@ -74,7 +79,7 @@ CASES = [
      "signed by another CA than the permissions CA"),
     ("identity_of_a_foreign_ca", lambda d: identity(d, ca=foreign_ca(d)), "not signed by the identity CA"),
     ("foreign_key", lambda d: copied(d, "mount-service.key", "display.key"), "certificate"),
-] + [(f"missing_{name}", lambda d, name=name: (os.remove(d / name), d / name)[1], "")
+] + [(f"missing_{name}", lambda d, name=name: removed(d, name), "")
      for name in ("display.key", "governance.p7s", "display.permissions.p7s", "ca.pem")]
 
 
