@@ -76,9 +76,6 @@ module M_Alert {
     M_Common::AngleDegreesOptionalType Elevation;
     sequence<string<8>, 4> Tags;
     boolean Active;
-    uint16 Count16;
-    int16 Delta16;
-    int32 Delta32;
     uint64 Size64;
     float Ratio;
   };
@@ -194,9 +191,6 @@ class RepresentativeModule(TempIdlDir):
              ("Elevation", "alias", "M_Common::AngleDegreesOptionalType"),
              ("Tags", "sequence", "sequence<string<8>, 4>"),
              ("Active", "prim", "boolean"),
-             ("Count16", "prim", "uint16"),
-             ("Delta16", "prim", "int16"),
-             ("Delta32", "prim", "int32"),
              ("Size64", "prim", "uint64"),
              ("Ratio", "prim", "float")])
         bitmask = members[4]

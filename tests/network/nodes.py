@@ -31,15 +31,6 @@ def write_kelva_config(path, example, dds_configs, host, peers):
         out.write("# One host of the multi-host tests: %s with this host's [network] values\n" % example + text)
 
 
-def write_dds_uri_config(path, host, peers):
-    """The same network through the DDS layer alone (a fragment after the profile file in CYCLONEDDS_URI);
-    only for VANTREL_NETWORK_CONFIG=uri, to compare with a toolkit without [network]."""
-    with open(path, "w") as out:
-        out.write('<CycloneDDS><Domain id="any"><General><Interfaces><NetworkInterface name="%s"/></Interfaces>'
-                  '</General><Discovery><Peers>%s</Peers></Discovery></Domain></CycloneDDS>\n'
-                  % (host.interface, "".join('<Peer address="%s"/>' % p.address for p in peers)))
-
-
 class NodeGone(AssertionError):
     pass
 

@@ -35,9 +35,6 @@ VEHICLE = os.environ.get("VANTREL_VEHICLE_CONFIG",
 EXAMPLE = os.path.normpath(os.path.join(HERE, "..", "..", "config", "kelva-vehicle.toml"))  # each host's KELVA_CONFIG
 LOSS = os.path.join(HERE, "cyclonedds-xmit-loss.xml")  # Internal/Test/XmitLossiness 50 per mille: 5 %
 DOMAIN = int(os.environ.get("KELVA_TEST_DOMAIN", "17"))
-# "kelva" (default): [network] in KELVA_CONFIG. "uri": the same through CYCLONEDDS_URI, for a toolkit
-# without [network] support.
-VIA = os.environ.get("VANTREL_NETWORK_CONFIG", "kelva")
 FIGURES = os.path.join(os.getcwd(), "network-figures.txt")
 
 DISCOVERY_TARGET_MS = 2000      # what a LAN should give; printed, not asserted
@@ -82,14 +79,9 @@ class Deployment:
                 env.pop("CYCLONEDDS_URI", None)  # inside the namespaces never the loopback profile
                 env.pop("KELVA_CONFIG", None)
                 env["VANTREL_NODE_DEADLINE_S"] = "150"
-                if VIA == "uri":
-                    fragment = os.path.join(self.workdir, name + ".xml")
-                    nodes.write_dds_uri_config(fragment, host, peers)
-                    env["CYCLONEDDS_URI"] = ",".join("file://" + f for f in dds_configs + [fragment])
-                else:
-                    toml = os.path.join(self.workdir, name + ".toml")
-                    nodes.write_kelva_config(toml, EXAMPLE, dds_configs, host, peers)
-                    env["KELVA_CONFIG"] = toml
+                toml = os.path.join(self.workdir, name + ".toml")
+                nodes.write_kelva_config(toml, EXAMPLE, dds_configs, host, peers)
+                env["KELVA_CONFIG"] = toml
                 self.nodes.append(nodes.Node(name, host, [NODE] + args, env, self.workdir))
         except BaseException:
             self.stop()
@@ -169,6 +161,28 @@ def marks(d):
     return {n.name: n.mark() for n in d.nodes}
 
 
+def commands_from_both_clients(d, at):
+    """N numbered commands from each client, sent at once from both hosts: the service and the monitor
+    receive all, in order per client. Returns when the last one arrived."""
+    d.a.send("send 1 %d 0" % N_COMMANDS)
+    d.b.send("send 1 %d 0" % N_COMMANDS)
+    t_last = 0.0
+    for client in (d.a, d.b):
+        _, exceptions, _ = done(client, "send", at[client.name])
+        assert exceptions == 0
+        t_last = max(t_last, wait_all_received(client.name, 1, N_COMMANDS, [d.service, d.monitor], at, 30))
+    return t_last
+
+
+def state_reached_everyone(d, value, at, timeout):
+    """Waits until both clients and the monitor have report pair `value`; returns when the last one came."""
+    t_last = 0.0
+    for node in (d.a, d.b, d.monitor):
+        for pattern in (r"^report AlarmLog state v%d$", r"^report AlertStatus %d$"):
+            t_last = max(t_last, node.wait_for(pattern % value, timeout, at[node.name])[1])
+    return t_last
+
+
 def test_1_discovery_across_hosts(lan):
     """Every client's command writers match the service's and the monitor's readers (and its report readers
     the service's writers) across the bridge, counted from the client process's start."""
@@ -185,19 +199,11 @@ def test_2_every_command_delivered(lan):
     receive all, in order per client; a keyed transient-local report reaches both clients and the monitor."""
     at = marks(lan)
     t0 = time.monotonic() * 1000
-    lan.a.send("send 1 %d 0" % N_COMMANDS)
-    lan.b.send("send 1 %d 0" % N_COMMANDS)
-    t_last = 0.0
-    for client in (lan.a, lan.b):
-        max_us, exceptions, _ = done(client, "send", at[client.name])
-        assert exceptions == 0
-        t_last = max(t_last, wait_all_received(client.name, 1, N_COMMANDS, [lan.service, lan.monitor], at, 30))
+    t_last = commands_from_both_clients(lan, at)
     figure("commands %d from each client received in order by service and monitor, the last %.0f ms after "
            "the sends began" % (N_COMMANDS, t_last - t0))
     lan.service.send("report 1 1 0")
-    for node in (lan.a, lan.b, lan.monitor):
-        node.wait_for(r"^report AlarmLog state v1$", 10, at[node.name])
-        node.wait_for(r"^report AlertStatus 1$", 10, at[node.name])
+    state_reached_everyone(lan, 1, at, 10)
 
 
 def test_3_link_cut_for_5s(lan, network):
@@ -231,17 +237,11 @@ def test_3_link_cut_for_5s(lan, network):
     b_arrived = len(received(lan.service, "client-b", at["service"]))
     states = [m.group(1) for m, _ in lan.b.matching(r"^report AlarmLog state (v\d+)$", at["client-b"])]
 
-    figure("outage   link of client-b down %.0f ms; service dropped it %.0f ms after the cut (lease 3 s), "
-           "matched it again %.0f ms after the link returned" % (t_up - t_down, t_lost - t_down, t_back - t_up))
-    figure("outage   longest service send while client-b was gone: %.3f ms (50 report pairs, %d exceptions); "
-           "bound %d ms" % (svc_max / 1000, svc_exc, SEND_BOUND_US // 1000))
-    figure("outage   client-b reconverged (latest AlarmLog v60) %.0f ms after the link returned, AlertStatus "
-           "%.0f ms; it saw %s" % (t_log - t_up, t_status - t_up, states))
-    figure("outage   client-a (live host) sent 50 keep-all commands during the outage, service received 50 in "
-           "order, monitor too; longest send %.3f ms" % (a_max / 1000))
-    figure("outage   client-b (cut host) sent 50 commands while cut off: longest send %.3f ms, %d reached the "
-           "service (a volatile topic: the match, and what the writer kept for it, end with the lease)"
-           % (b_max / 1000, b_arrived))
+    figure("outage   link of client-b down %.0f ms; service dropped it after %.0f ms, matched it again %.0f ms "
+           "after the link returned; client-b had the latest state %.0f ms after; longest sends: service %.3f ms, "
+           "client-a %.3f ms, client-b %.3f ms; %d of client-b's 50 commands sent while cut off arrived; "
+           "client-b saw %s" % (t_up - t_down, t_lost - t_down, t_back - t_up, max(t_log, t_status) - t_up,
+                                svc_max / 1000, a_max / 1000, b_max / 1000, b_arrived, states))
 
     assert svc_exc == 0 and a_exc == 0 and b_exc == 0
     assert svc_max < SEND_BOUND_US, "a service send took %d us while a peer was gone" % svc_max
@@ -268,20 +268,10 @@ def test_4_five_percent_packet_loss(lan, network):
             figure("loss     discovery %-8s %5d ms after its start" % (node.name, int(m.group(1))))
         at = marks(d)
         t1 = time.monotonic() * 1000
-        d.a.send("send 1 %d 0" % N_COMMANDS)
-        d.b.send("send 1 %d 0" % N_COMMANDS)
         d.service.send("report 1 20 20")
-        t_commands = 0.0
-        for client in (d.a, d.b):
-            _, exceptions, _ = done(client, "send", at[client.name])
-            assert exceptions == 0
-            t_commands = max(t_commands, wait_all_received(client.name, 1, N_COMMANDS, [d.service, d.monitor], at, 30))
+        t_commands = commands_from_both_clients(d, at)
         _, t_reported, _ = d.service.wait_for(r"^reported 20 ", 30, at["service"])
-        t_state = 0.0
-        for node in (d.a, d.b, d.monitor):
-            _, t_log, _ = node.wait_for(r"^report AlarmLog state v20$", 30, at[node.name])
-            _, t_status, _ = node.wait_for(r"^report AlertStatus 20$", 30, at[node.name])
-            t_state = max(t_state, t_log, t_status)
+        t_state = state_reached_everyone(d, 20, at, 30)
         figure("loss     5 %% outgoing loss on every host: %d commands from each client complete and in order at "
                "service and monitor, the last %.0f ms after the sends began (%.0f ms counting discovery); the "
                "latest of 20 report pairs at both clients and the monitor %.0f ms after it was sent"

@@ -46,48 +46,50 @@ def key_arguments(operation, args):
     return [value for p, value in zip(operation.params, args) if p.key]
 
 
-def transformed(type_, value, change):
-    """`value` with every leaf (number, string, enumeration, byte list) replaced by change(kind, leaf)."""
+KEEP = object()
+
+
+def rebuilt(type_, value, path, visit):
+    """`value` rebuilt with visit(kind, node, path) applied on the way down: what it returns replaces the
+    node, KEEP goes on into it. Kinds: those of the catalogue, "bytes" (a list of octets) and "optional" (a
+    sequence of bound 1) for a sequence; paths as "Status.List[1].Name"."""
     kind = type_.kind
+    if isinstance(value, bytes):
+        kind = "bytes"
+    elif kind == "sequence" and type_.bound == 1:
+        kind = "optional"
+    replaced = visit(kind, value, path)
+    if replaced is not KEEP:
+        return replaced
     if kind == "struct":
-        names = type(value).__slots__
-        return type(value)(*[transformed(f.type, getattr(value, name), change)
-                             for f, name in zip(catalog.fields(value), names)])
-    if kind == "sequence":
-        if isinstance(value, bytes):
-            return change("bytes", value)
-        return [transformed(type_.element, element, change) for element in value]
-    return change(kind, value)
+        return type(value)(*[rebuilt(f.type, getattr(value, name), f"{path}.{f.name}", visit)
+                             for f, name in zip(catalog.fields(value), type(value).__slots__)])
+    if kind in ("sequence", "optional"):
+        return [rebuilt(type_.element, element, f"{path}[{i}]", visit) for i, element in enumerate(value)]
+    return value
+
+
+def rebuilt_arguments(operation, args, visit):
+    return tuple(rebuilt(p.type, value, p.name, visit) for p, value in zip(operation.params, args))
 
 
 def transformed_arguments(operation, args, change):
-    return tuple(transformed(p.type, value, change) for p, value in zip(operation.params, args))
+    """`args` with every leaf (number, string, enumeration, byte list) replaced by change(kind, leaf)."""
+    def visit(kind, value, path):
+        return KEEP if kind in ("struct", "sequence", "optional") else change(kind, value)
+    return rebuilt_arguments(operation, args, visit)
 
 
 def with_first_leaf(operation, args, wanted, replace):
-    """`args` with the first leaf of kind `wanted` replaced by replace(leaf), and that leaf's path ("Status.List[1].Name"); the
-    path is None when the operation has no such leaf. Kinds: those of the catalogue, "bytes" (a list of
-    octets), "optional" (a sequence of bound 1) and "struct" (the whole value)."""
+    """`args` with the first node of kind `wanted` (see rebuilt; "optional" only when present) replaced by
+    replace(node), and that node's path; the path is None when the operation has no such node."""
     found = []
 
-    def take(path, value):
+    def visit(kind, value, path):
+        if kind != wanted or found or (kind == "optional" and not value):
+            return KEEP
         found.append(path)
         return replace(value)
 
-    def walk(type_, value, path):
-        kind = type_.kind
-        if kind == "struct":
-            if wanted == "struct" and not found:
-                return take(path, value)
-            return type(value)(*[walk(f.type, getattr(value, name), f"{path}.{f.name}")
-                                 for f, name in zip(catalog.fields(value), type(value).__slots__)])
-        if kind == "sequence" and not isinstance(value, bytes):
-            if wanted == "optional" and type_.bound == 1 and value and not found:
-                return take(path, value)
-            return [walk(type_.element, element, f"{path}[{i}]") for i, element in enumerate(value)]
-        if ("bytes" if isinstance(value, bytes) else kind) == wanted and not found:
-            return take(path, value)
-        return value
-
-    changed = tuple(walk(p.type, value, p.name) for p, value in zip(operation.params, args))
+    changed = rebuilt_arguments(operation, args, visit)
     return changed, (found[0] if found else None)

@@ -4,8 +4,8 @@ member path, and nothing is sent. Every operation of the build is checked for ev
 
 import pytest
 
-from vantrel import catalog
-from conftest import wait_until
+from vantrel import M_Common, catalog
+from conftest import condition, wait_until
 from recording import Recorder
 from samples import arguments, with_first_leaf
 
@@ -26,6 +26,8 @@ CASES = [
     ("double", lambda v: 10**400, ValueError, "is out of range for double"),
     ("enum", lambda v: v.name, TypeError, "got str"),
     ("enum", lambda v: 2**31, ValueError, "is out of range for a 32-bit enumeration"),
+    ("enum", lambda v: list(type(v) is M_Common.Availability and M_Common.ColourScheme or M_Common.Availability)[-1],
+     TypeError, ", got M_Common."),
     ("bytes", lambda v: "text", TypeError, "expected bytes or list, got str"),
     ("optional", lambda v: v + v, ValueError, "optional holds 2 elements, at most 1"),
     ("struct", lambda v: {}, TypeError, "got dict"),
@@ -53,27 +55,6 @@ def test_every_operation_refuses_a_bad_leaf_naming_its_path(kind, replace, error
         pytest.skip(f"no operation of this build has a leaf of kind {kind}")
 
 
-def _literal_of_another_enumeration(value):
-    from vantrel import M_Common
-    other = M_Common.ColourScheme if type(value) is M_Common.Availability else M_Common.Availability
-    return list(other)[-1]
-
-
-def test_an_enumeration_refuses_a_literal_of_another():
-    checked = 0
-    for op in OPERATIONS:
-        args, path = with_first_leaf(op, arguments(op, 9), "enum", _literal_of_another_enumeration)
-        if path is None:
-            continue
-        with pytest.raises(TypeError) as raised:
-            op.wireText(args)
-        assert str(raised.value).startswith(f"{op.module}.{op.name}: {path}: expected M_"), str(raised.value)
-        assert ", got M_Common." in str(raised.value)
-        checked += 1
-    if not checked:
-        pytest.skip("no operation of this build has an enumeration")
-
-
 def test_an_enumeration_takes_a_plain_number():
     # As the C++ API takes a cast number; a receiver sees a number without a literal as literal 0.
     checked = 0
@@ -87,14 +68,6 @@ def test_an_enumeration_takes_a_plain_number():
 
 
 M_Alert = pytest.importorskip("vantrel.M_Alert")
-from vantrel import M_Common  # noqa: E402
-
-
-def _condition(**changes):
-    values = dict(SubsystemName="Power", ComponentName="Battery", Measure="Voltage", Nature="Low",
-                  AlarmDescription="battery low")
-    values.update(changes)
-    return M_Alert.AlarmConditionInfoType(**values)
 
 
 def test_nothing_is_sent_when_a_value_is_refused(sessions):
@@ -106,25 +79,13 @@ def test_nothing_is_sent_when_a_value_is_refused(sessions):
     with service, client:
         client.waitUntilConnected()
         refused = [
-            (TypeError, "M_Alert.CmdRaiseAlarm: Condition.SubsystemName: expected str, got int",
-             lambda: client.CmdRaiseAlarm(_condition(SubsystemName=5))),
             (TypeError, "M_Alert.CmdRaiseAlarm: Condition: expected M_Alert.AlarmConditionInfoType, got M_Alert.AlarmLogType",
              lambda: client.CmdRaiseAlarm(M_Alert.AlarmLogType())),
-            (ValueError, "M_Alert.CmdRaiseAlarm: Condition.Nature: contains a NUL character, which the wire cannot carry",
-             lambda: client.CmdRaiseAlarm(_condition(Nature="a\0b"))),
-            (TypeError, "M_Alert.CmdAcknowledgeAlarm: AlarmIdList: expected list, got str",
-             lambda: client.CmdAcknowledgeAlarm("ALM-1")),
             (TypeError, "M_Alert.CmdAcknowledgeAlarm: AlarmIdList[1]: expected str, got int",
              lambda: client.CmdAcknowledgeAlarm(["ALM-1", 2])),
             (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeAcknowledged: optional holds 2 elements, at most 1",
-             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeAcknowledged=[M_Common.TimeType()] * 2))),
-            (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeAcknowledged: optional holds 2 elements, at most 1",
              lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeAcknowledged=[M_Common.TimeType()] * 2),
                                             dispose=True)),
-            (TypeError, "M_Alert.ReportAlarmLog: Alarm.Category: expected M_Alert.AlarmCategoryKind, got M_Alert.AlarmStatusKind",
-             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(Category=M_Alert.AlarmStatusKind.Active))),
-            (TypeError, "M_Alert.ReportAlarmLog: Alarm.IsSuppressed: expected bool, got int",
-             lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(IsSuppressed=1))),
             (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeRaised.Nanoseconds: 2147483648 is out of range for int32",
              lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeRaised=M_Common.TimeType(1, 2**31)))),
         ]
@@ -135,7 +96,7 @@ def test_nothing_is_sent_when_a_value_is_refused(sessions):
         with pytest.raises(TypeError):
             client.CmdRaiseAlarm()  # the operation's arguments are required
         # What follows on the same topics arrives alone: nothing was sent before it.
-        good = _condition()
+        good = condition(1)
         client.CmdRaiseAlarm(good)
         client.CmdAcknowledgeAlarm(["ALM-1"])
         service.ReportAlarmLog("ALM-2", M_Alert.AlarmLogType(IsSuppressed=True))
@@ -154,10 +115,10 @@ def test_an_invalidated_facade_refuses_to_send(sessions):
         client.invalidate()
         assert not client.isValid()
         with pytest.raises(RuntimeError):
-            client.CmdRaiseAlarm(_condition())
+            client.CmdRaiseAlarm(condition(1))
         other = M_Alert.Client.createWriteOnly(sessions[1], "valid_client")
         other.waitUntilConnected()
-        other.CmdRaiseAlarm(_condition(Nature="second"))
+        other.CmdRaiseAlarm(condition(2))
         assert wait_until(lambda: received.count("CmdRaiseAlarm") == 1)
-        assert received.calls("CmdRaiseAlarm") == [(_condition(Nature="second"),)]
+        assert received.calls("CmdRaiseAlarm") == [(condition(2),)]
         other.invalidate()

@@ -2,7 +2,6 @@
 equality), enumerations, aliases, interfaces with default bodies, facade classes with one sending method
 per operation. Checked for every module of the build against the catalogue."""
 
-import enum
 import importlib
 import keyword
 
@@ -26,7 +25,6 @@ def _classes(module, base):
 
 
 VALUE_CLASSES = [c for m in MODULES for c in _classes(importlib.import_module(f"vantrel.{m}"), _values.Value)]
-ENUMS = [c for m in MODULES for c in _classes(importlib.import_module(f"vantrel.{m}"), enum.IntEnum)]
 
 
 def python_name(name):
@@ -89,14 +87,6 @@ def test_a_misspelt_member_is_refused():
     t = M_Common.TimeType()
     with pytest.raises(AttributeError):
         t.Second = 1
-
-
-@pytest.mark.parametrize("cls", ENUMS, ids=lambda c: f"{c.__module__}.{c.__name__}")
-def test_enumerations_are_int_enums_with_literals_by_value(cls):
-    assert issubclass(cls, enum.IntEnum)
-    assert [member.value for member in cls] == list(range(len(cls)))
-    for member in cls:
-        assert not keyword.iskeyword(member.name)
 
 
 def test_a_keyword_literal_has_a_trailing_underscore():

@@ -58,30 +58,6 @@ def test_secured_service_and_client_exchange_every_operation(material, operation
     assert codes == (0, 0), service.report() + client.report()
 
 
-def test_the_tool_takes_part_secured_through_its_configuration(material):
-    service = peer("service", material / "mount-service.toml", modules=("M_Alert",))
-    echo = Process([TOOL, "echo", "--domain", DOMAIN, "--json", "--duration", "30", "--count", "1",
-                    "M_Alert.IClient.ReportAlarmLog"], config=material / "display.toml", stdin=False)
-    try:
-        assert service.wait_for("ready"), service.report()
-        call = tool("call", "--domain", DOMAIN, "M_Alert.CmdRaiseAlarm",
-                    json.dumps({"Condition": {"SubsystemName": "tool-through-security"}}),
-                    config=material / "display.toml")
-        assert call.returncode == 0, call.stdout + call.stderr
-        assert wait_until(lambda: "M_Alert.IService.CmdRaiseAlarm" in by_operation(service, "received "), 20), \
-            service.report()
-        assert by_operation(service, "received ")["M_Alert.IService.CmdRaiseAlarm"][0]["Condition"]["SubsystemName"] \
-            == "tool-through-security"
-        service.command("send")  # reports, among them ReportAlarmLog, which the tool's echo reads
-        assert wait_until(lambda: echo.proc.poll() is not None, 30), echo.report()
-        assert echo.proc.returncode == 0, echo.report()
-        shown = [json.loads(line) for line in echo.lines if line.startswith("{")]
-        assert shown and shown[0]["operation"] == "M_Alert.IClient.ReportAlarmLog", echo.report()
-    finally:
-        echo.finish(interrupt=True)
-        service.finish()
-
-
 def test_a_participant_without_credentials_discovers_and_receives_nothing(material):
     service = peer("service", material / "mount-service.toml")
     client = peer("client", material / "display.toml")

@@ -19,45 +19,18 @@ def flip(path, text):
     path.write_bytes(bytes(data))
 
 
-def expired_identity(d):
-    done = tool("security", "identity", "display", "--ca", d, "-o", d, "--not-before", "2020-01-01", "--days", "1", "--force")
+def permissions(d, *grants, ca=None):
+    """Display's permissions made anew, signed by `ca` (the domain's by default)."""
+    done = tool("security", "permissions", "display", "--ca", ca or d, "-o", d / "display.permissions.p7s",
+                *grants, "--force")
     assert done.returncode == 0, done.stderr
-    return d / "display.pem", "expired"
+    return d / "display.permissions.p7s"
 
 
-def expired_permissions(d):
-    done = tool("security", "permissions", "display", "--ca", d, "-o", d / "display.permissions.p7s", "--grant",
-                "M_Mount=client", "--grant", "M_Alert=client", "--not-before", "2020-01-01", "--days", "1", "--force")
+def identity(d, *args, ca=None):
+    done = tool("security", "identity", "display", "--ca", ca or d, "-o", d, *args, "--force")
     assert done.returncode == 0, done.stderr
-    return d / "display.permissions.p7s", "expired"
-
-
-def permissions_not_yet_valid(d):
-    done = tool("security", "permissions", "display", "--ca", d, "-o", d / "display.permissions.p7s", "--grant",
-                "M_Mount=client", "--not-before", "2100-01-01", "--force")
-    assert done.returncode == 0, done.stderr
-    return d / "display.permissions.p7s", "permissions not valid before 2100-01-01T00:00:00Z"
-
-
-def permissions_of_another_application(d):
-    shutil.copy(d / "mount-service.permissions.p7s", d / "display.permissions.p7s")
-    return d / "display.permissions.p7s", "grants 'CN=mount-service', not the identity CN=display"
-
-
-def tampered_permissions(d):
-    flip(d / "display.permissions.p7s", "M_Mount_IService_CmdMode")  # a granted topic renamed
-    return d / "display.permissions.p7s", "signature"
-
-
-def tampered_governance(d):
-    flip(d / "governance.p7s", "ENCRYPT</data_protection_kind>")
-    return d / "governance.p7s", "signature"
-
-
-def tampered_certificate(d):
-    pem = (d / "display.pem").read_text().splitlines()
-    flip(d / "display.pem", pem[len(pem) // 2][10:20])  # inside the signed body
-    return d / "display.pem", ""
+    return d / "display.pem"
 
 
 def foreign_ca(d):
@@ -67,42 +40,54 @@ def foreign_ca(d):
     return d / "foreign"
 
 
-def permissions_of_a_foreign_ca(d):
-    done = tool("security", "permissions", "display", "--ca", foreign_ca(d), "-o", d / "display.permissions.p7s",
-                "--grant", "M_Mount=client", "--force")
-    assert done.returncode == 0, done.stderr
-    return d / "display.permissions.p7s", "signed by another CA than the permissions CA"
+def copied(d, source, target):
+    shutil.copy(d / source, d / target)
+    return d / target
 
 
-def identity_of_a_foreign_ca(d):
-    done = tool("security", "identity", "display", "--ca", foreign_ca(d), "-o", d, "--force")
-    assert done.returncode == 0, done.stderr
-    return d / "display.pem", "not signed by the identity CA"
+def tampered(d, name, text):
+    flip(d / name, text)
+    return d / name
 
 
-def foreign_key(d):
-    shutil.copy(d / "mount-service.key", d / "display.key")
-    return d / "display.key", "certificate"
+def removed(d, name):
+    os.remove(d / name)
+    return d / name
 
 
-def missing(name):
-    def remove(d):
-        os.remove(d / name)
-        return d / name, ""
-    remove.__name__ = f"missing_{name}"
-    return remove
+def certificate_body(d):
+    pem = (d / "display.pem").read_text().splitlines()
+    return pem[len(pem) // 2][10:20]  # inside the signed body
 
 
-CASES = [expired_identity, expired_permissions, permissions_not_yet_valid, permissions_of_another_application,
-         tampered_permissions, tampered_governance, tampered_certificate,
-         permissions_of_a_foreign_ca, identity_of_a_foreign_ca, foreign_key, missing("display.key"), missing("governance.p7s"), missing("display.permissions.p7s"), missing("ca.pem")]
+EXPIRED = ("--not-before", "2020-01-01", "--days", "1")
+# (name, what spoils the material and returns the file it spoilt, what the error says about it)
+CASES = [
+    ("expired_identity", lambda d: identity(d, *EXPIRED), "expired"),
+    ("expired_permissions", lambda d: permissions(d, "--grant", "M_Mount=client", "--grant", "M_Alert=client",
+                                                  *EXPIRED), "expired"),
+    ("permissions_not_yet_valid", lambda d: permissions(d, "--grant", "M_Mount=client", "--not-before", "2100-01-01"),
+     "permissions not valid before 2100-01-01T00:00:00Z"),
+    ("permissions_of_another_application",
+     lambda d: copied(d, "mount-service.permissions.p7s", "display.permissions.p7s"),
+     "grants 'CN=mount-service', not the identity CN=display"),
+    ("tampered_permissions",  # a granted topic renamed
+     lambda d: tampered(d, "display.permissions.p7s", "M_Mount_IService_CmdMode"), "signature"),
+    ("tampered_governance", lambda d: tampered(d, "governance.p7s", "ENCRYPT</data_protection_kind>"), "signature"),
+    ("tampered_certificate", lambda d: tampered(d, "display.pem", certificate_body(d)), ""),
+    ("permissions_of_a_foreign_ca", lambda d: permissions(d, "--grant", "M_Mount=client", ca=foreign_ca(d)),
+     "signed by another CA than the permissions CA"),
+    ("identity_of_a_foreign_ca", lambda d: identity(d, ca=foreign_ca(d)), "not signed by the identity CA"),
+    ("foreign_key", lambda d: copied(d, "mount-service.key", "display.key"), "certificate"),
+] + [(f"missing_{name}", lambda d, name=name: removed(d, name), "")
+     for name in ("display.key", "governance.p7s", "display.permissions.p7s", "ca.pem")]
 
 
-@pytest.mark.parametrize("spoil", CASES, ids=[c.__name__ for c in CASES])
-def test_bad_material_is_refused_naming_the_file_and_nothing_starts(material, tmp_path, spoil):
+@pytest.mark.parametrize("spoil, reason", [c[1:] for c in CASES], ids=[c[0] for c in CASES])
+def test_bad_material_is_refused_naming_the_file_and_nothing_starts(material, tmp_path, spoil, reason):
     d = tmp_path / "material"
     shutil.copytree(material, d)
-    path, reason = spoil(d)
+    path = spoil(d)
 
     app = peer("client", d / "display.toml")
     code = app.finish(30)
@@ -120,9 +105,6 @@ def test_bad_material_is_refused_naming_the_file_and_nothing_starts(material, tm
 def test_permissions_for_another_domain_are_refused(material, tmp_path):
     d = tmp_path / "material"
     shutil.copytree(material, d)
-    other = (int(DOMAIN) % 230) + 1
-    done = tool("security", "permissions", "display", "--ca", d, "-o", d / "display.permissions.p7s", "--grant",
-                "M_Mount=client", "--domain", other, "--force")
-    assert done.returncode == 0, done.stderr
+    permissions(d, "--grant", "M_Mount=client", "--domain", (int(DOMAIN) % 230) + 1)
     app = peer("client", d / "display.toml")
     assert app.finish(30) != 0 and app.lines == [], app.report()

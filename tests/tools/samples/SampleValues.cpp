@@ -28,9 +28,11 @@ public:
     }
 
 private:
+    // Stores `v` in the C sample and gives it back for the JSON side.
     template <typename T>
-    static void put(uint8_t* at, T v) {
+    static T put(uint8_t* at, T v) {
         std::memcpy(at, &v, sizeof v);
+        return v;
     }
 
     bool negative() const { return n_ % 2 == 0; }
@@ -41,54 +43,23 @@ private:
         const uint64_t n = n_++;
         const int sign = negative() ? -1 : 1;
         switch (t.kind) {
-        case Kind::Bool: put<bool>(at, n % 2 == 1); return n % 2 == 1;
-        case Kind::Octet: put<uint8_t>(at, static_cast<uint8_t>(n * 7)); return static_cast<uint8_t>(n * 7);
-        case Kind::Int16: {
-            const auto v = static_cast<int16_t>(sign * static_cast<int>(n * 131 % 32000));
-            put(at, v);
-            return v;
-        }
-        case Kind::UInt16: {
-            const auto v = static_cast<uint16_t>(60000 + n % 5000);
-            put(at, v);
-            return v;
-        }
-        case Kind::Int32: {
-            const auto v = static_cast<int32_t>(sign * static_cast<int64_t>(2000000000 + n));
-            put(at, v);
-            return v;
-        }
-        case Kind::UInt32: {
-            const auto v = static_cast<uint32_t>(4000000000U + n);
-            put(at, v);
-            return v;
-        }
-        case Kind::Int64: {
-            const auto v = static_cast<int64_t>(sign * static_cast<int64_t>(0x7000000000000000ULL + n));
-            put(at, v);
-            return std::to_string(v);
-        }
-        case Kind::UInt64: {
-            const uint64_t v = 0xF000000000000000ULL + n;
-            put(at, v);
-            return std::to_string(v);
-        }
-        case Kind::Float: {
-            const float v = static_cast<float>(sign) * (static_cast<float>(n % 1000) + 0.5F);
-            put(at, v);
-            return v;
-        }
-        case Kind::Double: {
-            const double v = sign * (1e10 + static_cast<double>(n) + 0.125);
-            put(at, v);
-            return v;
-        }
+        case Kind::Bool: return put<bool>(at, n % 2 == 1);
+        case Kind::Octet: return put(at, static_cast<uint8_t>(n * 7));
+        case Kind::Int16: return put(at, static_cast<int16_t>(sign * static_cast<int>(n * 131 % 32000)));
+        case Kind::UInt16: return put(at, static_cast<uint16_t>(60000 + n % 5000));
+        case Kind::Int32: return put(at, static_cast<int32_t>(sign * static_cast<int64_t>(2000000000 + n)));
+        case Kind::UInt32: return put(at, static_cast<uint32_t>(4000000000U + n));
+        case Kind::Int64:
+            return std::to_string(put(at, static_cast<int64_t>(sign * static_cast<int64_t>(0x7000000000000000ULL + n))));
+        case Kind::UInt64: return std::to_string(put(at, uint64_t{0xF000000000000000ULL + n}));
+        case Kind::Float: return put(at, static_cast<float>(sign) * (static_cast<float>(n % 1000) + 0.5F));
+        case Kind::Double: return put(at, sign * (1e10 + static_cast<double>(n) + 0.125));
         case Kind::String: {
             // Some text beyond ASCII: a decoder must read UTF-8.
             const std::string s = variant_ == 1 ? std::string() : "text " + std::to_string(n) + " \xC3\xA4\xE2\x82\xAC";
             char* copy = static_cast<char*>(std::malloc(s.size() + 1));
             std::memcpy(copy, s.c_str(), s.size() + 1);
-            put<char*>(at, copy);
+            std::memcpy(at, &copy, sizeof copy);
             return s;
         }
         case Kind::BoundedString: {
@@ -97,11 +68,7 @@ private:
             std::memcpy(at, s.c_str(), s.size() + 1);
             return s;
         }
-        case Kind::Enum: {
-            const auto v = static_cast<int32_t>(n % t.enumeration->count);
-            put(at, v);
-            return v;
-        }
+        case Kind::Enum: return put(at, static_cast<int32_t>(n % t.enumeration->count));
         case Kind::Struct:
             return structure(*t.structure, at, depth + 1);
         case Kind::Sequence:
