@@ -54,8 +54,8 @@ def test_a_killed_recording_is_recovered_up_to_its_last_flushed_chunk(tmp_path):
     assert wait_until(lambda: victim.matching("recording") and witness.matching("recording"))
     time.sleep(1.0)  # both recorders' readers are matched
     send = sender(100000)
-    assert wait_until(lambda: killed.exists() and killed.stat().st_size > 4096), victim.report()
-    time.sleep(2.0)  # mid-stream: chunks flushed and one in flight
+    assert wait_until(lambda: killed.exists() and killed.stat().st_size > 0), victim.report()  # a first flush
+    time.sleep(2.5)  # mid-stream: more chunks flushed and one in flight
     killed_at = time.time_ns()
     victim.proc.send_signal(signal.SIGKILL)
     victim.finish()
