@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <unistd.h>
+
 namespace vantrel::mcap::detail {
 
 OutputFile::OutputFile(const std::string& path) : path_(path) {
@@ -35,6 +37,18 @@ void OutputFile::write(const void* data, std::size_t size) {
     }
     position_ += size;
     crc_ = crc32(crc_, data, size);
+}
+
+void OutputFile::flush(bool sync) {
+    if (file_ == nullptr) {
+        throw McapError(path_ + ": flush after close");
+    }
+    if (std::fflush(file_) != 0) {
+        fail("cannot write to", errno);
+    }
+    if (sync && ::fdatasync(::fileno(file_)) != 0 && errno != EINVAL) {  // EINVAL: a pipe or device
+        fail("cannot sync", errno);
+    }
 }
 
 void OutputFile::close() {

@@ -16,6 +16,8 @@ public:
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(const void* data, std::size_t size);
+    // Hands what is buffered to the system; with `sync`, also waits until the device holds it.
+    void flush(bool sync);
     void close();
 
     uint64_t position() const { return position_; }

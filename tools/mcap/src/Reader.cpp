@@ -2,6 +2,7 @@
 
 #include "ChunkLoader.h"
 #include "Crc32.h"
+#include "DataWalk.h"
 #include "InputFile.h"
 #include "RecordCodec.h"
 
@@ -67,22 +68,8 @@ struct Reader::Impl {
             fail("truncated or not closed: no magic bytes at the end of the file");
         }
 
-        uint8_t prefix[kRecordPrefix];
-        file.read(sizeof kMagic, prefix, sizeof prefix, "header record");
-        ByteReader p(prefix, sizeof prefix, sizeof kMagic, file.path());
-        if (p.u8("header opcode") != static_cast<uint8_t>(Opcode::Header)) {
-            fail("the first record" + at(sizeof kMagic) + " is no header record");
-        }
-        const uint64_t headerLength = p.u64("header length");
         const uint64_t footerStart = size - sizeof kMagic - kFooterRecordSize;
-        if (headerLength > footerStart - sizeof kMagic - kRecordPrefix) {
-            fail("header record" + at(sizeof kMagic) + " claims " + std::to_string(headerLength) +
-                 " bytes, more than the file holds");
-        }
-        const auto headerBytes = file.read(sizeof kMagic + kRecordPrefix, headerLength, "header record");
-        ByteReader h(headerBytes.data(), headerBytes.size(), sizeof kMagic + kRecordPrefix, file.path() + ": header record");
-        header = detail::decodeHeader(h);
-        dataStart = sizeof kMagic + kRecordPrefix + headerLength;
+        dataStart = detail::readHeader(file, footerStart, header);
 
         uint8_t footerBytes[kFooterRecordSize];
         file.read(footerStart, footerBytes, sizeof footerBytes, "footer record");
@@ -267,45 +254,9 @@ struct Reader::Impl {
     // The data section from the start, record by record; chunks are opened as they come. Returns the
     // number of chunks met.
     uint32_t scan(Definitions& defs, const MessageCallback& callback, const ReadOptions& o) const {
-        uint32_t chunks = 0;
-        uint64_t pos = dataStart;
-        while (pos < dataEnd) {
-            if (dataEnd - pos < kRecordPrefix) {
-                fail("truncated record" + at(pos) + ": " + std::to_string(dataEnd - pos) + " bytes before the end of the data section");
-            }
-            uint8_t prefix[kRecordPrefix];
-            file.read(pos, prefix, sizeof prefix, "record");
-            ByteReader p(prefix, sizeof prefix, pos, file.path());
-            const uint8_t opcode = p.u8("record opcode");
-            const uint64_t length = p.u64("record length");
-            const uint64_t contentAt = pos + kRecordPrefix;
-            if (length > dataEnd - contentAt) {
-                fail(std::string(detail::opcodeName(opcode)) + " record" + at(pos) + " claims " + std::to_string(length) +
-                     " bytes, only " + std::to_string(dataEnd - contentAt) + " follow in the data section");
-            }
-            const auto op = static_cast<Opcode>(opcode);
-            if (op == Opcode::DataEnd) {
-                break;
-            }
-            if (op == Opcode::Schema || op == Opcode::Channel || op == Opcode::Message || op == Opcode::Chunk) {
-                const auto bytes = file.read(pos, kRecordPrefix + length, detail::opcodeName(opcode));
-                bool more = true;
-                if (op == Opcode::Chunk) {
-                    ++chunks;
-                    const detail::LoadedChunk chunk = detail::loadChunk(bytes.data(), bytes.size(), pos, file.path());
-                    ByteReader records(chunk.records.data(), chunk.records.size(), 0, chunk.context);
-                    more = scanRecords(defs, records, callback, o);
-                } else {
-                    ByteReader one(bytes.data(), bytes.size(), pos, file.path());
-                    more = scanRecords(defs, one, callback, o);
-                }
-                if (!more) {
-                    break;
-                }
-            }
-            pos = contentAt + length;
-        }
-        return chunks;
+        return detail::walkData(
+            file, dataStart, dataEnd, [&](ByteReader& records) { return scanRecords(defs, records, callback, o); },
+            nullptr);
     }
 
     // Messages through the chunk indexes, in log-time order (equal times: in file order). A chunk is

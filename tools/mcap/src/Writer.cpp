@@ -225,6 +225,13 @@ void Writer::write(uint16_t channelId, uint32_t sequence, uint64_t logTime, uint
     }
 }
 
+void Writer::flush(bool sync) {
+    Impl& w = *impl_;
+    w.requireOpen("flush");
+    w.flushChunk();
+    w.file.flush(sync);
+}
+
 void Writer::close() {
     Impl& w = *impl_;
     if (w.closed) {
@@ -236,6 +243,10 @@ void Writer::close() {
 
 const std::string& Writer::path() const {
     return impl_->file.path();
+}
+
+uint64_t Writer::size() const {
+    return impl_->file.position() + impl_->chunk.size();
 }
 
 uint64_t Writer::messageCount() const {

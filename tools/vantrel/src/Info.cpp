@@ -3,19 +3,59 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <set>
 
 #include <nlohmann/json.hpp>
 
+#include "SalvageText.h"
 #include "vantrel/mcap/Reader.h"
+#include "vantrel/mcap/Recovery.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/Verbs.h"
 
 namespace vantrel::tool {
 
-int info(const InfoOptions& o) {
+namespace {
+
+// A file the reader refuses: what a recovery would keep of it, when it has anything to keep.
+void describeBroken(const InfoOptions& o, const std::string& error) {
+    mcap::Salvage s;
     try {
-        mcap::Reader reader(o.file);
+        s = mcap::inspect(o.file);
+    } catch (const mcap::McapError&) {
+        return;  // not even a header: the reader's error says it all
+    }
+    if (s.closed) return;  // its damage lies past the data: recovery would not help
+    if (o.json) {
+        std::cout << nlohmann::json{{"file", o.file}, {"bytes", s.fileBytes}, {"error", error},
+                                    {"recoverable", {{"messages", s.messages}, {"chunks", s.chunks},
+                                                     {"channels", s.channels}, {"bytes", s.keptBytes},
+                                                     {"start_ns", s.messageStartTime}, {"end_ns", s.messageEndTime},
+                                                     {"dropped_bytes", s.fileBytes - s.keptBytes},
+                                                     {"dropped_reason", s.droppedReason}}}}
+                         .dump(2)
+                  << "\n";
+        return;
+    }
+    std::cout << "file:        " << o.file << " (" << s.fileBytes << " bytes, not closed: no summary or footer)\n"
+              << "recoverable: " << salvageText(s) << "\n"
+              << "dropped:     " << droppedText(s) << "\n"
+              << "recover it:  vantrel recover " << o.file << " -o FIXED.mcap" << std::endl;
+}
+
+}  // namespace
+
+int info(const InfoOptions& o) {
+    std::unique_ptr<mcap::Reader> opened;
+    try {
+        opened = std::make_unique<mcap::Reader>(o.file);
+    } catch (const mcap::McapError& e) {
+        describeBroken(o, e.what());
+        throw InputError(e.what());
+    }
+    try {
+        const mcap::Reader& reader = *opened;
         std::map<uint16_t, uint64_t> bytes, counts;
         reader.forEachMessage([&](const mcap::MessageView& m) {
             bytes[m.channel->id] += m.size;

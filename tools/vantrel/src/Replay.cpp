@@ -7,6 +7,7 @@
 
 #include <dds/ddsi/ddsi_serdata.h>
 
+#include "Progress.h"
 #include "kelva/utils/System.h"
 #include "vantrel/catalog/Catalog.h"
 #include "vantrel/mcap/Reader.h"
@@ -84,7 +85,8 @@ int replay(const ReplayOptions& o) {
 
     const uint64_t first = reader->statistics().messageStartTime;
     const uint64_t from = first + static_cast<uint64_t>(o.start * 1e9);
-    uint64_t written = 0, refused = 0;
+    uint64_t written = 0, refused = 0, bytes = 0;
+    Progress progress(o.quiet);
     mcap::ReadOptions options;
     options.startTime = from;
     options.channelFilter = [&](const mcap::Channel& c) { return channels.count(c.id) > 0; };
@@ -120,6 +122,8 @@ int replay(const ReplayOptions& o) {
                     }
                     if (rc == DDS_RETCODE_OK) ++written;
                     else ++refused;
+                    bytes += m.size;
+                    progress.update(written, bytes);
                     return true;
                 },
                 options);
@@ -127,6 +131,7 @@ int replay(const ReplayOptions& o) {
             throw InputError(e.what());
         }
     } while (o.loop && !interrupted());
+    progress.finish();
     for (const auto& [op, w] : writers) dds_wait_for_acks(w, DDS_SECS(5));
     std::cout << "replayed " << written << " messages from " << o.file;
     if (refused) std::cout << " (" << refused << " could not be written)";

@@ -74,6 +74,11 @@ int main(int argc, char** argv) {
     record->add_option("--compression", recordO.compression, "zstd (default), lz4 or none")
         ->check(CLI::IsMember({"zstd", "lz4", "none"}));
     record->add_flag("--force", recordO.force, "overwrite an existing file");
+    record->add_option("--split-size", recordO.splitSize, "start a new file before this one passes this many MB")
+        ->check(CLI::NonNegativeNumber);
+    record->add_option("--split-duration", recordO.splitDuration, "start a new file every this many seconds")
+        ->check(CLI::NonNegativeNumber);
+    record->add_flag("--quiet,-q", recordO.quiet, "no progress line on the terminal");
     record->add_option("PATTERN", recordO.patterns, "globs over M_X.IService.Op (default: all)");
 
     ReplayOptions replayO;
@@ -84,12 +89,19 @@ int main(int argc, char** argv) {
     replay->add_option("--start", replayO.start, "seconds into the recording to start at");
     replay->add_option("--topics", replayO.topics, "glob over M_X.IService.Op or topic names");
     replay->add_option("--wait-match", replayO.waitMatch, "seconds to wait for readers first (default 2)");
+    replay->add_flag("--quiet,-q", replayO.quiet, "no progress line on the terminal");
     replay->add_option("FILE", replayO.file, "MCAP file")->required();
 
     InfoOptions infoO;
     auto* info = app.add_subcommand("info", "summary of a recording");
     info->add_option("FILE", infoO.file, "MCAP file")->required();
     info->add_flag("--json", infoO.json, "one JSON document");
+
+    RecoverOptions recoverO;
+    auto* recover = app.add_subcommand("recover", "rewrite a recording whose recorder died as a complete file");
+    recover->add_option("FILE", recoverO.file, "the broken MCAP file")->required();
+    recover->add_option("-o,--output", recoverO.output, "the complete file to write")->required();
+    recover->add_flag("--force", recoverO.force, "overwrite an existing output file");
 
     SecurityCommand security(app);
 
@@ -112,6 +124,7 @@ int main(int argc, char** argv) {
         if (*record) { recordO.domain = domain; return vantrel::tool::record(recordO); }
         if (*replay) { replayO.domain = domain; return vantrel::tool::replay(replayO); }
         if (*info) return vantrel::tool::info(infoO);
+        if (*recover) return vantrel::tool::recover(recoverO);
         if (security.chosen()) return security.run();
     } catch (const InputError& e) {
         std::cerr << "vantrel: " << e.what() << "\n";

@@ -37,11 +37,19 @@ public:
     void write(uint16_t channelId, uint32_t sequence, uint64_t logTime, uint64_t publishTime, const void* data,
                std::size_t size);
 
+    // Closes the open chunk (if it holds anything) and hands the file's buffered bytes to the system;
+    // with `sync` also waits for the device. Everything written so far then survives a crash of the
+    // process (with `sync`: a power loss) as complete chunks a recovery can read.
+    void flush(bool sync = false);
+
     // Writes the open chunk, the summary and the footer, and closes the file. Later calls do nothing.
     void close();
 
     const std::string& path() const;
     uint64_t messageCount() const;
+    // Bytes in the file so far plus the open chunk's uncompressed records: what the file would hold
+    // about, were it closed now (without its summary).
+    uint64_t size() const;
 
 private:
     struct Impl;

@@ -57,6 +57,9 @@ struct RecordOptions {
     double duration = 0;
     std::string compression = "zstd";
     bool force = false;
+    double splitSize = 0;      // MB (10^6 bytes) a file may hold about; 0: no limit
+    double splitDuration = 0;  // seconds of messages a file holds; 0: no limit
+    bool quiet = false;        // no progress line
     std::vector<std::string> patterns;
 };
 int record(const RecordOptions& o);
@@ -68,12 +71,17 @@ struct ReplayOptions {
     double start = 0;   // seconds into the recording
     std::string topics; // glob over operations (M_X.IService.Op) or topic names; empty: all
     double waitMatch = 2.0;
+    bool quiet = false;  // no progress line
     std::string file;
 };
 int replay(const ReplayOptions& o);
 
 struct InfoOptions { std::string file; bool json = false; };
 int info(const InfoOptions& o);
+
+// A recording whose writer died, rewritten as a complete file of everything it still holds whole.
+struct RecoverOptions { std::string file; std::string output; bool force = false; };
+int recover(const RecoverOptions& o);
 
 // Set by SIGINT/SIGTERM: the running verb finishes cleanly (a recording is closed).
 bool interrupted();
