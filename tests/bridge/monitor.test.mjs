@@ -38,7 +38,7 @@ test("the monitor page shows live actors, rates and a sample's text", async () =
            "--disable-background-networking", "--disable-component-update", "--disable-sync"],
   });
   const page = await browser.newPage();
-  await page.setViewport({ width: 1400, height: 800 });
+  await page.setViewport({ width: 1600, height: 820 });
   await page.goto(bridge.url);
   const text = (selector) => page.$eval(selector, (e) => e.textContent);
 
