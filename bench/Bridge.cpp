@@ -111,7 +111,7 @@ BridgeRun withoutClient(Stream stream, int domain, int idleDomain, long n, doubl
 }  // namespace
 
 void bridgeRows() {
-    constexpr int kReps = 2;
+    constexpr int kReps = 3;
     struct Case {
         Stream stream;
         long n;

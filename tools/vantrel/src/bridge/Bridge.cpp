@@ -1,4 +1,6 @@
 // vantrel bridge: the bus live for the viewers' WebSocket protocol and for a browser, on one port.
+#include <malloc.h>
+
 #include <atomic>
 #include <iostream>
 #include <thread>
@@ -13,6 +15,11 @@
 namespace vantrel::tool {
 
 int serveBridge(const BridgeOptions& o) {
+    // A message of a MB passes through a few buffers on its way to a client's socket (its serialized bytes,
+    // the WebSocket frame). Left to the allocator's defaults, each would be a fresh mapping, zeroed page by
+    // page and unmapped again, costing more than the copies themselves: large buffers stay in the heap.
+    mallopt(M_MMAP_THRESHOLD, 64 << 20);
+    mallopt(M_TRIM_THRESHOLD, 256 << 20);
     const auto ops = selectOperations(o.patterns);
     Bus bus(o.domain);
     bridge::ClientPublisher publisher(o.domain, o.name);

@@ -290,16 +290,17 @@ void ProtocolServer::message(uint32_t channel, const Payload& payload, uint64_t 
 void ProtocolServer::drain(const std::shared_ptr<Client>& client) {
     if (client->closed) return;
     Outgoing m;
-    std::string frame;
     while (client->connection->get_buffered_amount() < m_limits.socketBytes) {
         if (!client->queue.pop(m)) return;
-        frame.clear();
-        frame.reserve(13 + m.payload->size());
+        // The message data written straight into the connection's message: opcode, subscription, log time,
+        // the serialized bytes.
+        auto message = client->connection->get_message(websocketpp::frame::opcode::binary, 13 + m.payload->size());
+        std::string& frame = message->get_raw_payload();
         frame.push_back(static_cast<char>(kMessageData));
         putLittleEndian(frame, m.subscription);
         putLittleEndian(frame, m.logTime);
         frame.append(reinterpret_cast<const char*>(m.payload->data()), m.payload->size());
-        if (!client->connection->send(frame, websocketpp::frame::opcode::binary)) ++m_sent;
+        if (!client->connection->send(message)) ++m_sent;
     }
     // The socket is full: try again shortly, without waiting here.
     if (client->retryPending) return;
