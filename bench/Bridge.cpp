@@ -28,7 +28,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 const char* const kTool = VANTREL_BENCH_TOOL;
-const char* const kSelf = "/proc/self/exe";
 
 // The number after `prefix` in the line of `child` that starts with it (waited for up to `seconds`).
 long numberIn(Child& child, const std::string& prefix, double seconds) {

@@ -11,7 +11,7 @@ import { DOMAIN, alertService, connect, startBridge, tool, waitFor } from "./fix
 const running = [];
 after(async () => { for (const p of running.reverse()) await p.stop(); });
 
-const COUNT = 1500;
+const COUNT = 2500;
 const DESCRIPTION = "x".repeat(16 * 1024);
 
 // A raw protocol client whose socket can be paused: it then stops reading, as a stuck viewer does.
