@@ -11,6 +11,8 @@
 //   record        the vantrel tool's recorder beside a plain ddsc subscriber; its recordings compared
 //                 byte for byte with what was sent, replayed, recorded again and compared (ToolParts.cpp)
 //   rate          what "vantrel hz" and "vantrel bw" report against what was sent (ToolParts.cpp)
+//   bridge        "vantrel bridge" with one protocol client beside a plain ddsc subscriber; with no client
+//                 against an idle bridge (Bridge.cpp; in a build with the bridge)
 // A part throws when a process does not answer or end in time, or a count or byte differs.
 #include <string>
 
@@ -26,6 +28,7 @@ void secureRows(int base);
 void pythonRows(int base);
 void recordRows();
 void rateRows();
+void bridgeRows();
 
 // "vantrel-bench profile <frame|raw> <small|large|large-all> <n>": one writer and one reader in this one
 // process, for a profiler such as callgrind (SendPath.cpp).
@@ -38,5 +41,6 @@ int peerPong(const std::string& variant, int domain);                           
 int peerStartup(int domain);                                                    // startup <domain>
 int peerServices(int domain);                                                   // services <domain>
 int peerSubscriber(const std::string& stream, int domain, long expected);       // subscriber <small|large> <domain> <expected>
+int peerBridgeClient(int port, const std::string& topic, long expected);        // bridge-client <port> <topic> <expected>
 
 }  // namespace vantrel::bench

@@ -60,6 +60,9 @@ int runParts(const std::vector<std::string>& parts) {
     if (want("python")) pythonRows(base);
     if (want("record")) recordRows();
     if (want("rate")) rateRows();
+#ifdef VANTREL_BENCH_BRIDGE
+    if (want("bridge")) bridgeRows();
+#endif
     std::printf("\nload at end: %s\n", machine().c_str());
     return 0;
 }
@@ -73,6 +76,9 @@ int runPeer(int argc, char** argv) {
     if (role == "startup" && argc == 4) return peerStartup(std::atoi(argv[3]));
     if (role == "services" && argc == 4) return peerServices(std::atoi(argv[3]));
     if (role == "subscriber" && argc == 6) return peerSubscriber(argv[3], std::atoi(argv[4]), std::atol(argv[5]));
+#ifdef VANTREL_BENCH_BRIDGE
+    if (role == "bridge-client" && argc == 6) return peerBridgeClient(std::atoi(argv[3]), argv[4], std::atol(argv[5]));
+#endif
     std::fprintf(stderr, "vantrel-bench: unknown peer role\n");
     return 2;
 }
@@ -88,11 +94,11 @@ int main(int argc, char** argv) {
         if (argc > 1 && std::string(argv[1]) == "peer") return runPeer(argc, argv);
         if (argc == 5 && std::string(argv[1]) == "profile") return profile(argv[2], argv[3], std::atoi(argv[4]));
         const std::vector<std::string> parts(argv + 1, argv + argc);
-        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup", "secure", "python", "record", "rate"};
+        const std::vector<std::string> known{"small", "large", "roundtrip", "latency", "send", "startup", "secure", "python", "record", "rate", "bridge"};
         if (std::all_of(parts.begin(), parts.end(), [&](const std::string& p) { return std::find(known.begin(), known.end(), p) != known.end(); }))
             return runParts(parts);
         std::fprintf(stderr,
-                     "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup] [secure] [python] [record] [rate]\n"
+                     "usage: vantrel-bench [small] [large] [roundtrip] [latency] [send] [startup] [secure] [python] [record] [rate] [bridge]\n"
                      "       (no part: all; prints the table)\n"
                      "       vantrel-bench profile <frame|raw> <small|large|large-all> <n>   (one process, for a profiler)\n");
         return 2;

@@ -17,20 +17,10 @@ namespace vantrel::tool {
 
 int call(const CallOptions& o) {
     const auto& op = requireOperation(o.operation);
-    nlohmann::json arguments;
-    try {
-        arguments = nlohmann::json::parse(o.arguments);
-    } catch (const nlohmann::json::parse_error& e) {
-        throw InputError(op.qualifiedName() + ": arguments are not valid JSON: " + e.what());
-    }
     if (o.dispose && !op.dispose) throw InputError(op.qualifiedName() + " has no dispose flag");
     if (o.count < 1) throw InputError("--count must be at least 1");
     WireSample message(op);
-    try {
-        fromJson(arguments, *op.message, message.data(), "");
-    } catch (const InputError& e) {
-        throw InputError(op.qualifiedName() + ": " + e.what());
-    }
+    messageFromArguments(op, o.arguments, message.data());
 
     const auto& module = *catalog::findModule(op.module);
     catalog::FacadeRequest request;

@@ -169,4 +169,18 @@ void fromJson(const json& value, const StructInfo& type, void* data, const std::
     filler.structure(type, data, value, WirePath{nullptr, path.c_str(), 0});
 }
 
+void messageFromArguments(const catalog::OperationInfo& op, const std::string& arguments, void* data) {
+    json value;
+    try {
+        value = json::parse(arguments);
+    } catch (const json::parse_error& e) {
+        throw InputError(op.qualifiedName() + ": arguments are not valid JSON: " + e.what());
+    }
+    try {
+        fromJson(value, *op.message, data, "");
+    } catch (const InputError& e) {
+        throw InputError(op.qualifiedName() + ": " + e.what());
+    }
+}
+
 }  // namespace vantrel::tool

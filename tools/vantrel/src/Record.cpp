@@ -261,19 +261,10 @@ void onRecordData(dds_entity_t reader, void* arg) {
     auto* source = static_cast<Source*>(arg);
     takeSerialized(reader, [source, reader](ddsi_serdata** data, const dds_sample_info_t* infos, dds_return_t n) {
         const uint64_t now = nowNs();
-        for (dds_return_t i = 0; i < n; ++i) {
-            const bool dispose = !infos[i].valid_data;
-            if (dispose && infos[i].instance_state != DDS_IST_NOT_ALIVE_DISPOSED) {
-                ddsi_serdata_unref(data[i]);  // an unregistration: not an operation
-                continue;
-            }
-            const auto publishTime = static_cast<uint64_t>(infos[i].source_timestamp);
-            // A disposal the sample carries is recorded after it, as the sample's keys.
-            ddsi_serdata* keys = disposedAfter(infos, n, i) ? ddsi_serdata_to_untyped(data[i]) : nullptr;
-            source->recorder->push({source->op, reader, data[i], now, publishTime, infos[i].publication_handle, dispose});
-            if (keys)
-                source->recorder->push({source->op, reader, keys, now, publishTime, infos[i].publication_handle, true});
-        }
+        forEachOperation(data, infos, n, [&](ddsi_serdata* d, const dds_sample_info_t& info, bool dispose) {
+            source->recorder->push({source->op, reader, d, now, static_cast<uint64_t>(info.source_timestamp),
+                                    info.publication_handle, dispose});
+        });
     });
 }
 

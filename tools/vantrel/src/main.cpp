@@ -103,6 +103,18 @@ int main(int argc, char** argv) {
     recover->add_option("-o,--output", recoverO.output, "the complete file to write")->required();
     recover->add_flag("--force", recoverO.force, "overwrite an existing output file");
 
+#ifdef VANTREL_WITH_BRIDGE
+    BridgeOptions bridgeO;
+    auto* bridge = app.add_subcommand("bridge", "the bus live: the viewers' WebSocket protocol and a web monitor");
+    domainOption(bridge);
+    bridge->add_option("--address", bridgeO.address, "address to listen on (default 127.0.0.1)");
+    bridge->add_option("--port", bridgeO.port, "TCP port (default 8765; 0: a free one)")->check(CLI::Range(0, 65535));
+    bridge->add_option("--name", bridgeO.name, "the actor that sends what clients publish (default vantrel-bridge)");
+    bridge->add_option("--queue", bridgeO.queue, "messages a client may have waiting before the oldest are dropped")
+        ->check(CLI::PositiveNumber);
+    bridge->add_option("PATTERN", bridgeO.patterns, "globs over M_X.IService.Op (default: all)");
+#endif
+
     SecurityCommand security(app);
 
     try {
@@ -125,6 +137,9 @@ int main(int argc, char** argv) {
         if (*replay) { replayO.domain = domain; return vantrel::tool::replay(replayO); }
         if (*info) return vantrel::tool::info(infoO);
         if (*recover) return vantrel::tool::recover(recoverO);
+#ifdef VANTREL_WITH_BRIDGE
+        if (*bridge) { bridgeO.domain = domain; return serveBridge(bridgeO); }
+#endif
         if (security.chosen()) return security.run();
     } catch (const InputError& e) {
         std::cerr << "vantrel: " << e.what() << "\n";

@@ -20,4 +20,9 @@ nlohmann::json keysToJson(const catalog::StructInfo& type, const void* data);
 // filled until then stays for dds_sample_free. A message's kelva_sending_actor is never taken from JSON.
 void fromJson(const nlohmann::json& value, const catalog::StructInfo& type, void* data, const std::string& path);
 
+// An operation's arguments as JSON text (by API member name) into its zeroed wire message: what "vantrel
+// call" and the bridge's publishing clients send. Malformed JSON or a wrong member throws InputError
+// starting with the operation's name ("M_Alert.IService.CmdRaiseAlarm: Condition.Foo: no such member ...").
+void messageFromArguments(const catalog::OperationInfo& op, const std::string& arguments, void* data);
+
 }  // namespace vantrel::tool

@@ -76,6 +76,16 @@ struct ReplayOptions {
 };
 int replay(const ReplayOptions& o);
 
+struct BridgeOptions {
+    int domain = 0;
+    std::string address = "127.0.0.1";
+    int port = 8765;  // 0: a free one (printed)
+    std::string name = "vantrel-bridge";  // the actor that sends what clients publish
+    long queue = 0;   // messages a client may have waiting (0: the default, 1024)
+    std::vector<std::string> patterns;
+};
+int serveBridge(const BridgeOptions& o);
+
 struct InfoOptions { std::string file; bool json = false; };
 int info(const InfoOptions& o);
 
