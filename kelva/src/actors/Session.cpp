@@ -5,30 +5,13 @@
 #include <cstdlib>
 
 namespace kelva::actors {
-namespace {
 
-// The process's configuration, read once; the logging settings of a configuration file take effect with
-// the first session (without a file, whatever the application set stays).
-const config::Config& processConfig() {
-    static const config::Config config = [] {
-        config::Config c = config::Config::fromEnvironment();
-        if (const char* file = std::getenv("KELVA_CONFIG"); file && *file) {
-            utils::log::Logger::setLevel(c.logLevel);
-            utils::log::Logger::setSink(c.logSink);
-        }
-        return c;
-    }();
-    return config;
-}
-
-}  // namespace
-
-Session::Session(int domainId) : Session(domainId, processConfig()) {}
+Session::Session(int domainId) : Session(domainId, config::Config::ofProcess()) {}
 Session::Session(int domainId, const config::Config& config) : m_impl(SessionImpl::create(domainId, config, false)) {}
 Session::~Session() { m_impl->shutdown(); }
 int Session::domainId() const { return m_impl->domainId(); }
 
-MonitorSession::MonitorSession(int domainId) : MonitorSession(domainId, processConfig()) {}
+MonitorSession::MonitorSession(int domainId) : MonitorSession(domainId, config::Config::ofProcess()) {}
 MonitorSession::MonitorSession(int domainId, const config::Config& config)
     : m_impl(SessionImpl::create(domainId, config, true)) {}
 MonitorSession::~MonitorSession() { m_impl->shutdown(); }

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "kelva/utils/Log.h"
 #include "kelva/utils/System.h"
 
 namespace kelva::config {
@@ -238,6 +239,18 @@ Config Config::fromEnvironment() {
     const char* path = std::getenv("KELVA_CONFIG");
     if (!path || !*path) return Config{};
     return fromFile(path);
+}
+
+const Config& Config::ofProcess() {
+    static const Config config = [] {
+        Config c = fromEnvironment();
+        if (const char* file = std::getenv("KELVA_CONFIG"); file && *file) {
+            utils::log::Logger::setLevel(c.logLevel);
+            utils::log::Logger::setSink(c.logSink);
+        }
+        return c;
+    }();
+    return config;
 }
 
 

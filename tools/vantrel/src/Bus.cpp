@@ -20,7 +20,7 @@ uint64_t nowNs() {
 }
 
 Bus::Bus(int domain)
-    : m_domain(domain), m_config(kelva::config::Config::fromEnvironment()), m_patterns(m_config) {}
+    : m_domain(domain), m_config(kelva::config::Config::ofProcess()), m_patterns(m_config) {}
 
 Bus::~Bus() = default;
 

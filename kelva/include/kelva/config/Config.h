@@ -96,6 +96,10 @@ struct KELVA_EXPORT Config {
     static Config fromFile(const std::string& path);
     // The configuration of this process: KELVA_CONFIG's file if set, else the defaults.
     static Config fromEnvironment();
+    // The same, read once for the whole process; the logging settings of a configuration file take effect
+    // with the first call (without a file, whatever the application set stays). Sessions made without an
+    // explicit configuration use it.
+    static const Config& ofProcess();
 };
 
 }  // namespace kelva::config
