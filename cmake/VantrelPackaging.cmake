@@ -40,6 +40,7 @@ set(CPACK_DEBIAN_COMPRESSION_TYPE gzip)  # quick to make and read on the vehicle
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_STRIP_FILES ON)  # the symbol tables stay in the build tree
 # Our own libraries, for dpkg-shlibdeps to find when it looks at the tool and the Python extension (the
 # dependency on their package is the component dependency).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
@@ -47,27 +48,35 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${deb_runtime})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+# A shlibs file for the libraries (packages built against them depend on this version or later), and the
+# ldconfig trigger Debian's policy asks of a library package.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "typed service-oriented vehicle bus API over DDS (libraries)
- vantrel-cyclone gives the programs of a vehicle's onboard network a typed, service-oriented API over
- DDS: each module is a contract between one service and any number of clients. This package holds the
- shared libraries (vantrel-cyclone, the kelva toolkit, the run-time catalogue) and the DDS profiles.")
+vantrel-cyclone gives the programs of a vehicle's onboard network a typed,
+service-oriented API over DDS: each module is a contract between one service
+and any number of clients. This package holds the shared libraries
+(vantrel-cyclone, the kelva toolkit, the run-time catalogue) and the DDS
+configuration profiles.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${deb_development})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "cyclonedds-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "typed service-oriented vehicle bus API over DDS (development files)
- Headers of every module and of the kelva toolkit, the IDL of the wire types, the CMake package
- (find_package(vantrel-cyclone)) and the pkg-config file vantrel-cyclone.pc.")
+Headers of every module and of the kelva toolkit, the IDL of the wire types,
+the CMake package (find_package(vantrel-cyclone)) and the pkg-config file
+vantrel-cyclone.pc.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ${deb_tool})
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION net)
 set(CPACK_COMPONENT_TOOL_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "command-line tool for the vantrel-cyclone vehicle bus
- vantrel lists the contract, shows the live processes, echoes decoded traffic, measures rates and
- bandwidth, sends operations, records to and replays from MCAP files, and makes DDS security material.")
+vantrel lists the contract, shows the live processes, echoes decoded traffic,
+measures rates and bandwidth, sends operations, records to and replays from
+MCAP files, and makes DDS security material.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME ${deb_python})
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
@@ -80,8 +89,8 @@ if(VANTREL_PYTHON_VERSION)
       "python3 (>= ${VANTREL_PYTHON_VERSION}), python3 (<< ${python_major}.${python_next})")
 endif()
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION "Python package for the vantrel-cyclone vehicle bus
- The package vantrel: sessions, clients and services of every module from Python, with the value
- types as Python classes.")
+The package vantrel: sessions, clients and services of every module from
+Python, with the value types as Python classes.")
 
 # Debian's python3 looks in /usr/lib/python3/dist-packages; the build tree may be configured for another
 # prefix, where the package goes to lib/python3.X/dist-packages: moved before the package is made (the
