@@ -20,7 +20,7 @@ terminal with these commands (the tool sees the demo only with the same CYCLONED
     export CYCLONEDDS_URI=$uri
     export VANTREL_DOMAIN=$domain
     $tool ps
-    $tool echo -n 6 M_Alert.IClient.ReportAlarmLog
+    $tool echo --duration 10 M_Alert.IClient.ReportAlarmLog
     $tool hz --duration 6 'M_Alert.*'
 
 (end of commands)
