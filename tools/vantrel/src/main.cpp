@@ -1,6 +1,7 @@
 // vantrel: see, call, record and replay every operation of the bus.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
@@ -43,13 +44,13 @@ std::string domainError(const std::string& value, const char* from) {
     return "'" + value + "' from " + from + " is not a DDS domain id (0 to 232)";
 }
 
-// VANTREL_DOMAIN for the chosen verb when its command line has no -d. Read here rather than by the option
-// itself: the verbs share one domain variable, and the parser fills unused options from the environment too.
+// VANTREL_DOMAIN for the chosen verb when it takes a domain and its command line has none. Read here, not
+// by the parser's environment option: that would fill the one domain variable the verbs share from every
+// verb's option, over the one given.
 bool domainFromEnvironment(const std::vector<std::pair<const CLI::App*, const CLI::Option*>>& options, int& domain) {
     const char* value = std::getenv("VANTREL_DOMAIN");
-    if (!value) return true;
-    for (const auto& [verb, option] : options)
-        if (verb->parsed() && option->count() > 0) return true;
+    const auto chosen = std::find_if(options.begin(), options.end(), [](const auto& o) { return o.first->parsed(); });
+    if (!value || chosen == options.end() || chosen->second->count() > 0) return true;
     const auto id = domainId(value);
     if (!id) {
         std::cerr << "vantrel: " << domainError(value, "VANTREL_DOMAIN") << "\n";
