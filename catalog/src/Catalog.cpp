@@ -45,13 +45,15 @@ const OperationInfo* findOperationByType(const std::string& typeName) {
 }
 
 std::vector<const OperationInfo*> matchOperations(const std::string& pattern) {
-    const bool modulePattern = pattern.find('.') == std::string::npos;
+    const auto dots = std::count(pattern.begin(), pattern.end(), '.');
     std::vector<const OperationInfo*> out;
     for (const ModuleInfo* m : modules()) {
-        if (modulePattern && !kelva::utils::string::globMatch(pattern, m->name)) continue;
+        if (dots == 0 && !kelva::utils::string::globMatch(pattern, m->name)) continue;
         for (uint32_t i = 0; i < m->operationCount; ++i) {
             const OperationInfo& op = m->operations[i];
-            if (modulePattern || kelva::utils::string::globMatch(pattern, op.qualifiedName())) out.push_back(&op);
+            if (dots == 0 || kelva::utils::string::globMatch(pattern, op.qualifiedName()) ||
+                (dots == 1 && kelva::utils::string::globMatch(pattern, std::string(m->name) + "." + op.name)))
+                out.push_back(&op);
         }
     }
     return out;

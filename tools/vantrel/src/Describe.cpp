@@ -1,5 +1,6 @@
 #include "vantrel/tool/Describe.h"
 
+#include <iostream>
 #include <set>
 
 #include "kelva/access/TopicStrategyMapChars.h"
@@ -34,8 +35,8 @@ std::vector<const OperationInfo*> selectOperations(const std::vector<std::string
     for (const auto& pattern : patterns) {
         auto found = catalog::matchOperations(pattern);
         if (found.empty())
-            throw InputError("no operation matches '" + pattern + "' (patterns are globs over M_X.IService.Op; "
-                             "see vantrel list)");
+            throw InputError("no operation matches '" + pattern + "'" + didYouMean(pattern) +
+                             " (patterns are globs over M_X.IService.Op; see vantrel list)");
         for (const auto* op : found)
             if (seen.insert(op).second) out.push_back(op);
     }
@@ -44,7 +45,21 @@ std::vector<const OperationInfo*> selectOperations(const std::vector<std::string
 
 const OperationInfo& requireOperation(const std::string& name) {
     if (const auto* op = catalog::findOperation(name)) return *op;
-    throw InputError("unknown operation '" + name + "' (give M_X.Op or M_X.IService.Op; see vantrel list)");
+    throw InputError("unknown operation '" + name + "'" + didYouMean(name) +
+                     " (give M_X.Op or M_X.IService.Op; see vantrel list)");
+}
+
+std::string didYouMean(const std::string& name) {
+    const auto near = catalog::nearestNames(name);
+    if (near.empty()) return "";
+    std::string out = " (did you mean ";
+    for (std::size_t i = 0; i < near.size(); ++i) out += (i == 0 ? "" : i + 1 == near.size() ? " or " : ", ") + near[i];
+    return out + "?)";
+}
+
+void sayWaiting(std::size_t topics, int domain) {
+    std::cerr << "waiting for writers on " << topics << (topics == 1 ? " topic" : " topics") << " of domain "
+              << domain << std::endl;
 }
 
 }  // namespace vantrel::tool

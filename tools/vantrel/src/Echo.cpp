@@ -65,6 +65,7 @@ int echo(const EchoOptions& o) {
         readers.emplace_back(reader, op);
     }
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(o.duration);
+    sayWaiting(readers.size(), o.domain);
     long shown = 0;
     std::vector<dds_attach_t> triggered(readers.size());
     constexpr int kBatch = 64;

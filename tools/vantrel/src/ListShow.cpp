@@ -3,6 +3,7 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
+#include "kelva/utils/System.h"
 #include "vantrel/tool/Describe.h"
 #include "vantrel/tool/Errors.h"
 #include "vantrel/tool/Verbs.h"
@@ -81,27 +82,44 @@ int list(const ListOptions& o) {
     return 0;
 }
 
+namespace {
+
+bool isGlob(const std::string& text) { return text.find_first_of("*?") != std::string::npos; }
+
+void showModule(const catalog::ModuleInfo& module) {
+    std::cout << module.name << " (interface " << module.version << "): " << module.operationCount
+              << " operations, " << module.structCount << " value types, " << module.enumCount << " enumerations\n";
+    for (uint32_t i = 0; i < module.operationCount; ++i) {
+        const auto& op = module.operations[i];
+        std::cout << "  " << op.interface << "  " << op.signature << "\n";
+    }
+}
+
+}  // namespace
+
 int show(const ShowOptions& o) {
     const auto config = kelva::config::Config::fromEnvironment();
     if (o.what.find('.') == std::string::npos) {
-        const auto* module = catalog::findModule(o.what);
-        if (!module) throw InputError("unknown module '" + o.what + "' (see vantrel list)");
-        std::cout << module->name << " (interface " << module->version << "): " << module->operationCount
-                  << " operations, " << module->structCount << " value types, " << module->enumCount
-                  << " enumerations\n";
-        for (uint32_t i = 0; i < module->operationCount; ++i) {
-            const auto& op = module->operations[i];
-            std::cout << "  " << op.interface << "  " << op.signature << "\n";
+        if (const auto* module = catalog::findModule(o.what)) {
+            showModule(*module);
+            return 0;
         }
+        bool any = false;
+        if (isGlob(o.what))
+            for (const auto* module : catalog::modules())
+                if (kelva::utils::string::globMatch(o.what, module->name)) {
+                    showModule(*module);
+                    any = true;
+                }
+        if (!any) throw InputError("unknown module '" + o.what + "'" + didYouMean(o.what) + " (see vantrel list)");
         return 0;
     }
-    const auto ops = catalog::matchOperations(o.what);
-    const OperationInfo* exact = catalog::findOperation(o.what);
-    if (exact) {
+    if (const OperationInfo* exact = catalog::findOperation(o.what)) {
         showOperation(*exact, config, o.schema);
         return 0;
     }
-    if (ops.empty()) throw InputError("unknown operation '" + o.what + "' (see vantrel list)");
+    const auto ops = catalog::matchOperations(o.what);
+    if (ops.empty()) throw InputError("unknown operation '" + o.what + "'" + didYouMean(o.what) + " (see vantrel list)");
     for (const auto* op : ops) showOperation(*op, config, o.schema);
     return 0;
 }

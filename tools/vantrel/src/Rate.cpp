@@ -62,6 +62,7 @@ int rate(const RateOptions& o) {
         dds_delete_listener(listener);
         stats.push_back(std::move(s));
     }
+    sayWaiting(stats.size(), o.domain);
     const auto start = Clock::now();
     auto next = start;
     while (!interrupted()) {

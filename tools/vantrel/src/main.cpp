@@ -1,7 +1,13 @@
 // vantrel: see, call, record and replay every operation of the bus.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "SecurityCommand.h"
 #include "kelva/config/Config.h"
@@ -10,12 +16,67 @@
 
 using namespace vantrel::tool;
 
+namespace {
+
+// The end of --help (and so of the manual page, which is made from it).
+constexpr const char* kEnvironmentAndExitCodes = R"(
+Environment:
+  VANTREL_DOMAIN   the DDS domain of every verb that takes --domain/-d (the option wins)
+  CYCLONEDDS_URI   the DDS layer's configuration (network, discovery): a tool that should see
+                   processes on the loopback profile needs the same file://.../cyclonedds-loopback.xml
+  KELVA_CONFIG     the toolkit's configuration file (topic names, QoS, network, security), as the
+                   library's processes read it
+
+Exit status:
+  0  done (also when interrupted with Ctrl-C)
+  1  a failure while running (the DDS layer refused an entity, a send or a write; a file
+     could not be written)
+  2  bad input: an unknown option, verb, operation or module, malformed JSON, an unreadable recording
+     or configuration; nothing is sent or written)";
+
+std::optional<int> domainId(const std::string& text) {
+    if (text.empty() || text.size() > 3 || text.find_first_not_of("0123456789") != std::string::npos) return {};
+    const int id = std::stoi(text);
+    return id <= 232 ? std::optional<int>(id) : std::nullopt;
+}
+
+std::string domainError(const std::string& value, const char* from) {
+    return "'" + value + "' from " + from + " is not a DDS domain id (0 to 232)";
+}
+
+// VANTREL_DOMAIN for the chosen verb when it takes a domain and its command line has none. Read here, not
+// by the parser's environment option: that would fill the one domain variable the verbs share from every
+// verb's option, over the one given.
+bool domainFromEnvironment(const std::vector<std::pair<const CLI::App*, const CLI::Option*>>& options, int& domain) {
+    const char* value = std::getenv("VANTREL_DOMAIN");
+    const auto chosen = std::find_if(options.begin(), options.end(), [](const auto& o) { return o.first->parsed(); });
+    if (!value || chosen == options.end() || chosen->second->count() > 0) return true;
+    const auto id = domainId(value);
+    if (!id) {
+        std::cerr << "vantrel: " << domainError(value, "VANTREL_DOMAIN") << "\n";
+        return false;
+    }
+    domain = *id;
+    return true;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     CLI::App app{"vantrel: see, call, record and replay the operations of the bus"};
     app.require_subcommand(1);
     app.set_version_flag("--version", "vantrel 9.10.0");
+    app.footer(kEnvironmentAndExitCodes);
     int domain = 0;
-    auto domainOption = [&](CLI::App* verb) { verb->add_option("--domain,-d", domain, "DDS domain (default 0)"); };
+    std::vector<std::pair<const CLI::App*, const CLI::Option*>> domainOptions;
+    auto domainOption = [&](CLI::App* verb) {
+        domainOptions.emplace_back(verb, verb->add_option("--domain,-d", domain, "DDS domain (default: $VANTREL_DOMAIN, else 0)")
+                                    ->check(CLI::Validator(
+                                        [](std::string& value) {
+                                            return domainId(value) ? std::string() : domainError(value, "-d");
+                                        },
+                                        "0..232")));
+    };
 
     ListOptions listO;
     auto* list = app.add_subcommand("list", "modules, operations, topics, keys and default QoS");
@@ -123,6 +184,7 @@ int main(int argc, char** argv) {
         const int rc = app.exit(e);
         return rc == 0 ? 0 : 2;
     }
+    if (!domainFromEnvironment(domainOptions, domain)) return 2;
     installInterruptHandler();
     try {
         if (*list) return vantrel::tool::list(listO);

@@ -106,8 +106,13 @@ const OperationInfo* findOperation(const std::string& qualifiedName);
 // By registered type name (VendorData::M_X::IService::Op); null when there is none.
 const OperationInfo* findOperationByType(const std::string& typeName);
 // The operations whose "M_X.IService.Op" matches a glob pattern (`*`, `?`). A pattern without a dot
-// is a module pattern: "M_Alert" is every operation of M_Alert.
+// is a module pattern: "M_Alert" is every operation of M_Alert; one with one dot also matches "M_X.Op"
+// ("M_Alert.Cmd*" is every command of M_Alert).
 std::vector<const OperationInfo*> matchOperations(const std::string& pattern);
+// The known names nearest to one that matched nothing, nearest first, at most `limit`: module names for a
+// name without a dot, else operations as "M_X.Op" or "M_X.IService.Op" (as the name was given). Only names
+// within a few edits (letter case counts half) are offered; empty when nothing is near.
+std::vector<std::string> nearestNames(const std::string& name, std::size_t limit = 3);
 
 // The text names of kinds and of a type use, as IDL spells them ("sequence<M_Common::TimeType, 1>").
 const char* kindName(Kind kind);

@@ -19,5 +19,10 @@ std::string keysText(const catalog::OperationInfo& op);
 std::vector<const catalog::OperationInfo*> selectOperations(const std::vector<std::string>& patterns);
 // The operation named "M_X.Op" or "M_X.IService.Op"; InputError when there is none.
 const catalog::OperationInfo& requireOperation(const std::string& name);
+// " (did you mean M_Alert.CmdRaiseAlarm?)" for a name that matched nothing, or "" when nothing is near.
+std::string didYouMean(const std::string& name);
+// Until the first sample: "waiting for writers on N topics of domain D" on stderr, so that a quiet verb
+// is told apart from a hung one.
+void sayWaiting(std::size_t topics, int domain);
 
 }  // namespace vantrel::tool
