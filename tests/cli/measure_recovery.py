@@ -7,7 +7,6 @@ prints messages recorded before the kill, messages recovered from the killed fil
 import json
 import os
 import random
-import signal
 import subprocess
 import sys
 import tempfile
@@ -15,7 +14,7 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "support", "python"))
-from vantrel_testing import Process, loopback_problem, wait_until  # noqa: E402
+from vantrel_testing import Process, kill_recorder_mid_stream, loopback_problem, wait_until  # noqa: E402
 
 build = sys.argv[1]
 seconds = float(sys.argv[2]) if len(sys.argv) > 2 else 10.0
@@ -44,13 +43,7 @@ with tempfile.TemporaryDirectory() as tmp:
     sender = Process([tool, "call", "-d", domain, "-q", "--rate", str(rate), "--count", "100000000",
                       "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": condition})], stdin=False)
     time.sleep(1.0 + seconds + random.random())  # at any point between two of the recorder's flushes
-    killed_at = time.time_ns()
-    victim.proc.send_signal(signal.SIGKILL)
-    victim.finish()
-    time.sleep(1.0)
-    sender.stop()
-    time.sleep(1.0)
-    witness.stop()
+    killed_at, _ = kill_recorder_mid_stream(victim, sender, witness, settle=1.0)
     recover = subprocess.run([tool, "recover", killed, "-o", fixed], capture_output=True, text=True, check=True)
     sent = [t for t in publish_times(reference) if t <= killed_at]
     kept = publish_times(fixed)

@@ -15,7 +15,7 @@ import pytest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
 from vantrel_testing import Process  # noqa: E402
-from vantrel_testing import wait_until  # noqa: E402
+from vantrel_testing import kill_recorder_mid_stream, wait_until  # noqa: E402
 
 TOOL = os.environ["VANTREL_TOOL"]
 MCAP_CHECK = os.environ.get("VANTREL_MCAP_CHECK", "")
@@ -56,13 +56,8 @@ def test_a_killed_recording_is_recovered_up_to_its_last_flushed_chunk(tmp_path):
     send = sender(100000)
     assert wait_until(lambda: killed.exists() and killed.stat().st_size > 0), victim.report()  # a first flush
     time.sleep(2.5)  # mid-stream: more chunks flushed and one in flight
-    killed_at = time.time_ns()
-    victim.proc.send_signal(signal.SIGKILL)
-    victim.finish()
-    time.sleep(0.5)
-    send.stop()
-    time.sleep(0.5)
-    assert witness.stop() == 0, witness.report()
+    killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness)
+    assert witness_exit == 0, witness.report()
 
     # The killed file is refused, but info says what a recovery keeps.
     info = subprocess.run([TOOL, "info", "--json", str(killed)], capture_output=True, text=True, timeout=60)
