@@ -22,7 +22,7 @@ int serveBridge(const BridgeOptions& o) {
     mallopt(M_TRIM_THRESHOLD, 256 << 20);
     const auto ops = selectOperations(o.patterns);
     Bus bus(o.domain);
-    bridge::ClientPublisher publisher(bus.session(), o.name);
+    bridge::ClientPublisher publisher(bus, o.name);
     std::atomic<bridge::ProtocolServer*> server{nullptr};  // the table's events reach the server once it exists
     bridge::ChannelTable channels(bus, ops, bridge::ChannelEvents{
             [&server](const std::vector<bridge::Channel>& c) { if (auto* s = server.load()) s->advertised(c); },

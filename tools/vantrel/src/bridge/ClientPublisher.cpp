@@ -15,8 +15,8 @@ struct ClientPublisher::Pending {
     bool send;
 };
 
-ClientPublisher::ClientPublisher(std::shared_ptr<kelva::actors::Session> session, std::string actorName)
-    : m_session(std::move(session)), m_name(std::move(actorName)), m_thread([this] { run(); }) {}
+ClientPublisher::ClientPublisher(Bus& bus, std::string actorName)
+    : m_bus(bus), m_name(std::move(actorName)), m_thread([this] { run(); }) {}
 
 ClientPublisher::~ClientPublisher() {
     {
@@ -66,7 +66,7 @@ catalog::Facade& ClientPublisher::facadeFor(const catalog::OperationInfo& op) {
         catalog::FacadeRequest request;
         request.role = op.sender();
         request.creation = catalog::Creation::WriteOnly;
-        request.session = m_session;
+        request.session = m_bus.session();  // only this thread asks: made with the first facade
         request.name = m_name;
         slot = catalog::createFacade(*module, request);
     }

@@ -19,8 +19,9 @@ namespace vantrel::tool::bridge {
 
 class ClientPublisher {
 public:
-    // Facades are made on `session` (the tool's session of the domain, see Bus::session).
-    ClientPublisher(std::shared_ptr<kelva::actors::Session> session, std::string actorName);
+    // Facades are made on the bus's session (Bus::session), which is made with the first of them: a bridge
+    // that nobody publishes through has no session on the bus.
+    ClientPublisher(Bus& bus, std::string actorName);
     ~ClientPublisher();
     ClientPublisher(const ClientPublisher&) = delete;
     ClientPublisher& operator=(const ClientPublisher&) = delete;
@@ -41,7 +42,7 @@ private:
     void run();
     catalog::Facade& facadeFor(const catalog::OperationInfo& op);
 
-    const std::shared_ptr<kelva::actors::Session> m_session;
+    Bus& m_bus;
     const std::string m_name;
     std::map<std::pair<const catalog::ModuleInfo*, catalog::Role>, std::unique_ptr<catalog::Facade>> m_facades;
     mutable std::mutex m_mutex;
