@@ -21,7 +21,7 @@ terminal with these commands (the tool sees the demo only with the same CYCLONED
     export VANTREL_DOMAIN=$domain
     $tool ps
     $tool echo --duration 10 M_Alert.IClient.ReportAlarmLog
-    $tool hz --duration 6 'M_Alert.*'
+    $tool hz --duration 10 'M_Alert.*'
 
 (end of commands)
 TEXT
