@@ -1,5 +1,5 @@
 #pragma once
-// The toolkit's view of the test wire types, and small owners that fill their C structs.
+// The toolkit's view of the test wire types, and plain values for their C structs.
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -31,37 +31,18 @@ struct TypeTraits<kelva_test_Plain> {
 
 namespace kelva_test_support {
 
-// Owns the strings a kelva_test_Keyed points at.
-class KeyedSample {
-public:
-    KeyedSample(std::string id, int value, std::string text = "") : m_id(std::move(id)), m_text(std::move(text)) {
-        m_sample.Id = const_cast<char*>(m_id.c_str());
-        m_sample.Value = value;
-        m_sample.Text = const_cast<char*>(m_text.c_str());
-    }
-    KeyedSample(const KeyedSample&) = delete;
-    KeyedSample& operator=(const KeyedSample&) = delete;
-    const kelva_test_Keyed& get() const { return m_sample; }
+// A Keyed as values: Id, Value, Text.
+using Keyed = std::tuple<std::string, int, std::string>;
 
-private:
-    std::string m_id;
-    std::string m_text;
-    kelva_test_Keyed m_sample{};
-};
+inline Keyed copy(const kelva_test_Keyed& s) { return {s.Id ? s.Id : "", s.Value, s.Text ? s.Text : ""}; }
 
-// A received Keyed, copied out of the loaned sample.
-struct KeyedCopy {
-    std::string id;
-    int value = 0;
-    std::string text;
-
-    static KeyedCopy of(const kelva_test_Keyed& s) { return {s.Id ? s.Id : "", s.Value, s.Text ? s.Text : ""}; }
-    bool operator==(const KeyedCopy& o) const { return std::tie(id, value, text) == std::tie(o.id, o.value, o.text); }
-    bool operator<(const KeyedCopy& o) const { return std::tie(id, value, text) < std::tie(o.id, o.value, o.text); }
-};
-
-inline std::ostream& operator<<(std::ostream& out, const KeyedCopy& k) {
-    return out << "{" << k.id << ", " << k.value << ", " << k.text << "}";
+// The C struct pointing into `k`, which must outlive it.
+inline kelva_test_Keyed view(const Keyed& k) {
+    kelva_test_Keyed s{};
+    s.Id = const_cast<char*>(std::get<0>(k).c_str());
+    s.Value = std::get<1>(k);
+    s.Text = const_cast<char*>(std::get<2>(k).c_str());
+    return s;
 }
 
 inline kelva_test_Plain plain(int value) {

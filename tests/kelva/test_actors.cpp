@@ -1,154 +1,96 @@
-// Actors and sessions: one sender and one observer per actor, actor identity by name and module, release on
-// shutdown, and session teardown while a handler is running.
+// Actors of a session and their topic pools: identity by name and module, one sender and one observer each,
+// the callback record, writes without writer or reader, shutdown and release, an actor outliving its
+// session; and the plug-in loader and topic prefix a session takes from its configuration.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "KelvaTestTypes.h"
-#include "kelva/actors/Session.h"
+#include "kelva/access/TopicStrategyMapChars.h"
 #include "kelva/actors/SessionImpl.h"
+#include "kelva/base/PluginLoader.h"
 #include "vantrel/test/LogCapture.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
 
 namespace {
 
-using namespace std::chrono_literals;
 using kelva::access::TopicPoolRead;
 using kelva::access::TopicPoolWrite;
-using kelva::actors::IObserver;
-using kelva::actors::ISender;
-using kelva::actors::Session;
 using kelva::actors::SessionImpl;
 using kelva::actors::SimpleActor;
 using kelva::base::PluginLoader;
 using kelva::utils::log::Level;
+using kelva_test_support::plain;
 using vantrel::test::LogCapture;
-
+using vantrel::test::thrownText;
 using Texts = std::vector<std::string>;
 
-class TestSender : public ISender {
-public:
+struct TestSender : kelva::actors::ISender {
     TestSender(SimpleActor&, TopicPoolWrite&, PluginLoader&) { ++constructed; }
     static inline std::atomic<int> constructed{0};
 };
 
 struct TestImplementation {};
 
-class TestObserver : public IObserver {
-public:
-    TestObserver(SimpleActor&, TopicPoolRead&, const std::vector<std::string>&, TestImplementation&, PluginLoader&) {
-        ++constructed;
-    }
+struct TestObserver : kelva::actors::IObserver {
+    TestObserver(SimpleActor&, TopicPoolRead&, const Texts&, TestImplementation&, PluginLoader&) { ++constructed; }
     static inline std::atomic<int> constructed{0};
 };
 
-// The exception of a failed toolkit assertion ends "<file>:<line>: <text>", and its fatal line names the same
-// place, condition and text.
-void expectAssertion(const LogCapture& log, const std::function<void()>& call, const std::string& condition,
-                     const std::string& text) {
-    std::string what;
-    try {
-        call();
-        ADD_FAILURE() << "no exception";
-    } catch (const std::logic_error& e) {
-        what = e.what();
-    }
-    const std::string tail = ": " + text;
+// A failed toolkit assertion throws "<file>:<line>: <text>" and logs a fatal line naming the same place,
+// condition and text.
+void expectAssertion(const std::function<void()>& call, const std::string& condition, const std::string& text) {
+    LogCapture log(Level::info);
+    const std::string what = thrownText<std::logic_error>(call), tail = ": " + text;
     ASSERT_GT(what.size(), tail.size()) << what;
-    ASSERT_EQ(what.compare(what.size() - tail.size(), tail.size(), tail), 0) << what;
+    ASSERT_EQ(what.substr(what.size() - tail.size()), tail) << what;
     const std::string place = what.substr(0, what.size() - tail.size());
     EXPECT_NE(place.find("SimpleActor.h:"), std::string::npos) << place;
     EXPECT_EQ(log.texts(Level::fatal), (Texts{"Assertion \"" + condition + "\" failed in " + place + " :" + text}));
 }
 
-class Actors : public ::testing::Test {
-protected:
-    void SetUp() override {
-        m_session = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
-        m_impl = SessionImpl::getSessionImpl(*m_session);
-    }
-    void TearDown() override {
-        m_impl.reset();
-        m_session.reset();
-    }
+// The error lines of a write that finds no writer: it neither throws nor reaches the DDS layer.
+Texts errorsOf(const std::function<void()>& call) {
+    LogCapture log(Level::info);
+    EXPECT_NO_THROW(call());
+    EXPECT_TRUE(log.texts(Level::info).empty()) << "a write without writer reached one";
+    return log.texts(Level::error);
+}
 
-    std::unique_ptr<Session> m_session;
-    std::shared_ptr<SessionImpl> m_impl;
-};
+TEST(Actors, OneActorFromCreationThroughShutdownToOutlivingItsSession) {
+    auto session = vantrel::test::newSession(kelva::config::Config{});
+    auto impl = SessionImpl::getSessionImpl(*session);
+    auto actor = impl->createActor("name", false, "M_Test");
+    EXPECT_EQ(impl->createActor("name", false, "M_Test"), actor);
+    EXPECT_EQ(impl->actorCount(), 1u);
+    EXPECT_NE(impl->createActor("name", false, "M_Two"), actor);
+    EXPECT_NE(impl->createActor("other", false, "M_Test"), actor);
+    EXPECT_EQ(impl->actorCount(), 3u);
 
-TEST_F(Actors, SecondSenderOrObserverOnOneActorIsRefusedAndTheFirstStays) {
-    auto actor = m_impl->createActor("client", false, "M_Test");
     TestImplementation implementation;
-    const int senders = TestSender::constructed.load(), observers = TestObserver::constructed.load();
+    const int senders = TestSender::constructed, observers = TestObserver::constructed;
     auto first = actor->createSender<TestSender>({"CmdA", "CmdB"});
     actor->createObserver<TestObserver>(Texts{"CmdR"}, implementation);
-    {
-        LogCapture log(Level::info);
-        expectAssertion(log, [&] { actor->createSender<TestSender>({"CmdC"}); }, "!hasSender()",
-                        "Inserting a sender to an actor already containing one. Called Factory::create() twice? "
-                        "(same serviceName + domain)");
-    }
-    LogCapture log(Level::info);
-    expectAssertion(log, [&] { actor->createObserver<TestObserver>(Texts{"CmdS"}, implementation); }, "!hasObserver()",
+    expectAssertion([&] { actor->createSender<TestSender>({"CmdC"}); }, "!hasSender()",
+                    "Inserting a sender to an actor already containing one. Called Factory::create() twice? "
+                    "(same serviceName + domain)");
+    expectAssertion([&] { actor->createObserver<TestObserver>(Texts{"CmdS"}, implementation); }, "!hasObserver()",
                     "Inserting an observer to an actor already containing one.Called ObsFactory::add() twice? (same "
                     "serviceName + domain)");
     // The refused ones were never made; the first ones and their published methods stay.
-    EXPECT_EQ(TestSender::constructed.load(), senders + 1);
-    EXPECT_EQ(TestObserver::constructed.load(), observers + 1);
+    EXPECT_EQ(TestSender::constructed, senders + 1);
+    EXPECT_EQ(TestObserver::constructed, observers + 1);
     EXPECT_EQ(actor->sender<TestSender>().get(), first.get());
     EXPECT_EQ(actor->actorInfo().methodsWrite, (Texts{"CmdA", "CmdB"}));
     EXPECT_EQ(actor->actorInfo().methodsRead, (Texts{"CmdR"}));
-}
 
-TEST_F(Actors, SameNameAndModuleIsTheSameActor) {
-    auto a = m_impl->createActor("name", false, "M_One");
-    auto again = m_impl->createActor("name", false, "M_One");
-    EXPECT_EQ(a, again);
-    EXPECT_EQ(m_impl->actorCount(), 1u);
-
-    EXPECT_NE(m_impl->createActor("name", false, "M_Two"), a);
-    EXPECT_NE(m_impl->createActor("other", false, "M_One"), a);
-    EXPECT_EQ(m_impl->actorCount(), 3u);
-
-    // Once shut down, the name makes a new actor.
-    a->shutdown();
-    auto fresh = m_impl->createActor("name", false, "M_One");
-    EXPECT_NE(fresh, a);
-    EXPECT_TRUE(fresh->isValid());
-    EXPECT_FALSE(a->isValid());
-}
-
-TEST_F(Actors, ShutdownReleasesTheActor) {
-    std::weak_ptr<SimpleActor> weak;
-    {
-        auto actor = m_impl->createActor("leaving", false, "M_Test");
-        actor->createSender<TestSender>({"CmdA"});
-        actor->readPool().createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
-        actor->writePool().createTopicWrite<kelva_test_Plain>();
-        weak = actor;
-        ASSERT_EQ(m_impl->actorCount(), 1u);
-        actor->shutdown();
-        EXPECT_FALSE(actor->isValid());
-        EXPECT_FALSE(actor->readPool().hasReaders());
-        EXPECT_FALSE(actor->writePool().hasWriters());
-        EXPECT_EQ(actor->sender<TestSender>(), nullptr) << "a shut-down actor still hands out its sender";
-        actor->shutdown();  // a second shut-down is harmless
-    }
-    EXPECT_TRUE(vantrel::test::waitUntil([&] { return weak.expired(); })) << "the session kept the actor";
-    EXPECT_EQ(m_impl->actorCount(), 0u);
-}
-
-TEST_F(Actors, CallbackInfoAfterAnExplicitOneIsRebuiltFromTheActor) {
     // An explicitly set record (a plug-in's injected call) replaces every field; the next dispatch must
     // restore the actor's own and leave nothing of the longer strings before it.
-    auto actor = m_impl->createActor("receiver", false, "M_Test");
     kelva::actors::CallbackInfo custom = actor->callbackInfoBase();
     custom.actorId = "someone-else-with-a-rather-long-identity";
     custom.moduleName = "M_Other";
@@ -163,67 +105,114 @@ TEST_F(Actors, CallbackInfoAfterAnExplicitOneIsRebuiltFromTheActor) {
     EXPECT_EQ(info.senderId, "s");
     EXPECT_EQ(info.operation, "Cmd");
     EXPECT_EQ(info.receptionTime, 12);
-}
 
-TEST_F(Actors, ActorOutlivingItsSessionIsInvalid) {
-    auto actor = m_impl->createActor("orphan", false, "M_Test");
-    m_impl.reset();
-    m_session.reset();
+    // Writing or disposing without a writer logs and returns.
+    auto& pool = actor->writePool();
+    const kelva_test_support::Keyed keyHolder{"k", 0, ""};
+    const auto key = kelva_test_support::view(keyHolder);
+    const std::string noTopic = "TopicPoolWrite::writer: no topic in topic pool";
+    const std::string noWriter = "TopicPoolWrite::writer: no writer in topic";
+    const std::string noWrite = "TopicPoolWrite::writeIntern: no writer in topic pool";
+    const std::string noDispose = "TopicPoolWrite::dispose: no writer in topic pool";
+    EXPECT_EQ(errorsOf([&] { pool.write(key, true, false); }), (Texts{noTopic, noWrite}));
+    EXPECT_EQ(errorsOf([&] { pool.dispose(key); }), (Texts{noTopic, noDispose}));
+
+    // A writer without reader logs, throws, both or neither, as asked; through the pool the same.
+    auto& w = pool.createTopicWrite<kelva_test_Keyed>();
+    EXPECT_EQ(pool.getTopicName<kelva_test_Keyed>(), "kelva_test_Keyed");
+    ASSERT_FALSE(w.connectState().isConnected());
+    for (const bool quiet : {false, true}) {
+        for (const bool throwing : {false, true}) {
+            SCOPED_TRACE(std::string(quiet ? "quiet" : "logging") + (throwing ? ", throwing" : ""));
+            LogCapture log(Level::info);
+            EXPECT_EQ(thrownText<std::runtime_error>([&] { w.write(key, quiet, throwing); }),
+                      throwing ? "Service for Cmd is unavailable yet - try later." : "no exception");
+            EXPECT_EQ(log.texts(Level::info), quiet ? Texts{} : Texts{"Writer not connected while sending (kelva_test::Keyed)."});
+        }
+    }
+    EXPECT_THROW(pool.write(key, true, true), std::runtime_error);
+    EXPECT_NO_THROW(pool.write(key, true, false));
+
+    // Shutdown takes every reader and writer and stops the pools; a second one is harmless.
+    const auto ignore = [](const kelva_test_Plain&, const dds_sample_info_t&) {};
+    actor->readPool().createTopicRead<kelva_test_Plain>(ignore);
+    pool.createTopicWrite<kelva_test_Plain>();
+    actor->shutdown();
+    actor->shutdown();
     EXPECT_FALSE(actor->isValid());
-    EXPECT_FALSE(actor->hasSession());
-    EXPECT_EQ(actor->sessionImpl(), nullptr);
-    try {
-        actor->createSender<TestSender>({"CmdA"});
-        ADD_FAILURE() << "a sender was made without a session";
-    } catch (const std::runtime_error& e) {
-        EXPECT_STREQ(e.what(), "Failure locking std::weak_ptr<SessionImpl> in ActorImpl");
-    }
+    EXPECT_FALSE(actor->readPool().hasReaders());
+    EXPECT_FALSE(pool.hasWriters());
+    EXPECT_EQ(actor->sender<TestSender>(), nullptr) << "a shut-down actor still hands out its sender";
+    EXPECT_EQ(errorsOf([&] { pool.write(plain(7), false, true); }), (Texts{noWriter, noWrite}));
+    EXPECT_EQ(errorsOf([&] { pool.dispose(key); }), (Texts{noWriter, noDispose}));
+    EXPECT_EQ(errorsOf([&] { EXPECT_EQ(pool.writer<kelva_test_Plain>(), nullptr); }), (Texts{noWriter}));
+    EXPECT_THROW(pool.createTopicWrite<kelva_test_Plain>(), std::logic_error);
+    EXPECT_THROW(actor->readPool().createTopicRead<kelva_test_Plain>(ignore), std::logic_error);
+
+    // Once shut down, the name makes a new actor, and the session lets go of the old one.
+    auto fresh = impl->createActor("name", false, "M_Test");
+    EXPECT_NE(fresh, actor);
+    EXPECT_TRUE(fresh->isValid());
+    std::weak_ptr<SimpleActor> old = actor;
+    first.reset();
+    actor.reset();
+    EXPECT_TRUE(vantrel::test::waitUntil([&] { return old.expired(); })) << "the session kept the actor";
+    EXPECT_EQ(impl->actorCount(), 3u);
+
+    // An actor outliving its session is invalid and makes nothing.
+    impl.reset();
+    session.reset();
+    EXPECT_FALSE(fresh->isValid());
+    EXPECT_FALSE(fresh->hasSession());
+    EXPECT_EQ(fresh->sessionImpl(), nullptr);
+    EXPECT_EQ(thrownText<std::runtime_error>([&] { fresh->createSender<TestSender>({"CmdA"}); }),
+              "Failure locking std::weak_ptr<SessionImpl> in ActorImpl");
 }
 
-TEST(SessionTeardown, DestroyingASessionWaitsForItsRunningHandler) {
-    auto writerSession = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
-    auto readerSession = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
-    vantrel::test::Gate entered;
-    vantrel::test::Gate release;
-    std::atomic<bool> handlerReturned{false};
-    std::atomic<int> calls{0};
-    {
-        auto reader = SessionImpl::getSessionImpl(*readerSession)->createActor("blocked", false, "M_Test");
-        reader->readPool().createTopicRead<kelva_test_Plain>([&](const kelva_test_Plain&, const dds_sample_info_t&) {
-            if (calls++ != 0) return;
-            entered.open();
-            release.wait();
-            handlerReturned = true;
-        });
-    }
-    auto writer = SessionImpl::getSessionImpl(*writerSession)->createActor("writer", false, "M_Test");
-    auto& w = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    ASSERT_TRUE(w.waitForMatch(10000));
-    writer->writePool().write(kelva_test_support::plain(1), true, false);
-    ASSERT_TRUE(entered.wait()) << "the handler never ran";
+const std::string kPluginPath = KELVA_TEST_PLUGIN_PATH;
+const std::string kMissingPath = std::string(KELVA_TEST_PLUGIN_DIR) + "/libkelva-no-such-plugin.so";
+const char* const kFunction = "kelva_test_plugin_twice_plus_one";
+using TwicePlusOne = int (*)(int);
 
-    std::atomic<bool> destroyed{false};
-    std::atomic<bool> handlerDoneAtDestruction{false};
-    std::thread destroyer([&] {
-        readerSession.reset();
-        handlerDoneAtDestruction = handlerReturned.load();
-        destroyed = true;
-    });
-    std::this_thread::sleep_for(50ms);  // lets the destruction start while the handler is held
-    EXPECT_FALSE(destroyed.load()) << "the session was gone while its handler still ran";
-    release.open();
+TEST(PluginLoader, LoadedFunctionIsCalledThroughAndEachStepsFailureIsNamed) {
+    PluginLoader loader;
+    loader.load("test", kPluginPath);
+    EXPECT_EQ(loader.pluginNames(), (Texts{"test"}));
+    EXPECT_EQ(loader.loadFunc<TwicePlusOne>("test", kFunction)(-3), -5);
+    EXPECT_THROW(loader.load("test", kPluginPath), std::invalid_argument);  // a name is taken once
 
-    if (!vantrel::test::waitUntil([&] { return destroyed.load(); })) {
-        destroyer.detach();
-        FAIL() << "destroying the session hangs after its handler returned";
-    }
-    destroyer.join();
-    EXPECT_TRUE(handlerDoneAtDestruction.load());
-    EXPECT_EQ(calls.load(), 1);
-    // The writer's side is unaffected and notices the reader leaving.
-    EXPECT_TRUE(vantrel::test::waitUntil([&] { return !w.connectState().isConnected(); }));
-    writer.reset();
-    writerSession.reset();
+    // A missing symbol: named, followed by the system's own explanation.
+    const std::string prefix = "Could not load build function \"no_such_function";
+    const std::string missing =
+        thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("test", "no_such_function"); });
+    EXPECT_EQ(missing.rfind(prefix, 0), 0u) << missing;
+    EXPECT_GT(missing.size(), prefix.size()) << missing;
+    // An unknown plug-in name: thrown and logged.
+    LogCapture log(Level::info);
+    EXPECT_EQ(thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("other", kFunction); }),
+              "Failed to get handle");
+    EXPECT_EQ(log.texts(Level::fatal), (Texts{"Failed to get handle"}));
+    // A missing library: thrown at load, naming the path, and not kept.
+    const std::string ghost = thrownText<std::runtime_error>([&] { loader.load("ghost", kMissingPath); });
+    EXPECT_NE(ghost.find(kMissingPath), std::string::npos) << ghost;
+    EXPECT_EQ(loader.getHandle("ghost"), nullptr);
+}
+
+TEST(Session, TakesPluginsAndTopicPrefixFromItsConfiguration) {
+    kelva::config::Config config;
+    config.plugins.push_back({"configured", kPluginPath});
+    config.topicPrefix = "kelva_test::";
+    auto session = vantrel::test::newSession(config);
+    auto impl = SessionImpl::getSessionImpl(*session);
+    EXPECT_EQ(impl->pluginLoader().pluginNames(), (Texts{"configured"}));
+    EXPECT_EQ(impl->pluginLoader().loadFunc<TwicePlusOne>("configured", kFunction)(1), 3);
+    auto actor = impl->createActor("prefixed", false, "M_Test");
+    EXPECT_EQ(actor->writePool().getTopicName<kelva_test_Keyed>(), "Keyed");
+    EXPECT_EQ(actor->writePool().topic<kelva_test_Keyed>()->name(), "Keyed");
+    EXPECT_EQ(kelva::access::TopicStrategyMapChars().get("M_Alert::IService::Cmd.a-b c"), "M_Alert_IService_Cmd_a_b_c");
+
+    config.plugins = {{"ghost", kMissingPath}};
+    EXPECT_THROW(vantrel::test::newSession(config), std::runtime_error);
 }
 
 }  // namespace

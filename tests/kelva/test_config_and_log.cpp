@@ -1,11 +1,10 @@
 // The toolkit configuration (file, environment, defaults, QoS rules, the [network] and [security] settings
-// and the DDS configuration a network section makes) and the logger (levels, lines not
-// built when their level is off, sinks).
+// and the DDS configuration a network section makes) and the logger (levels, lines not built when their
+// level is off, sinks).
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,12 +15,11 @@
 #include "kelva/utils/Log.h"
 #include "kelva/utils/System.h"
 #include "vantrel/test/LogCapture.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/TempDir.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using kelva::actors::SessionImpl;
 using kelva::config::Config;
 using kelva::config::ConfigError;
@@ -29,59 +27,52 @@ using kelva::config::Durability;
 using kelva::config::Reliability;
 using kelva::utils::log::Level;
 using kelva::utils::log::Logger;
+using vantrel::test::participantsOf;
+using vantrel::test::thrownText;
+using Texts = std::vector<std::string>;
 
-// Files of one test in a folder of its own; the ConfigError text of reading a file.
-class Files : public vantrel::test::TempDirTest {
-protected:
-    // The ConfigError text of reading `content`, or "no error".
-    std::string errorOf(const std::string& content) const {
-        const std::string file = write("bad.toml", content);
-        try {
-            Config::fromFile(file);
-        } catch (const ConfigError& e) {
-            return e.what();
-        }
-        return "no error";
-    }
-};
+// Files of one test in a folder of its own.
+using Configuration = vantrel::test::TempDirTest;
 
-using Configuration = Files;
-
-TEST_F(Configuration, ValidFileSetsEverySetting) {
-    const std::string path = write("kelva.toml", R"(# deployment settings
+TEST_F(Configuration, ValidFileSetsEverySettingWithPathsAgainstItsFolder) {
+    const Config c = Config::fromFile(write("kelva.toml", R"(# deployment settings
 [log]
 level = "debug"
 sink = "stdout"
-
 [topics]
 prefix = "Acme::"
-
 [session]
 first_write_timeout_ms = 750
 check_most_derived_class_type = true
 publish_actor_info = false
-
 [[plugins]]
 name = "audit"
 path = "/opt/plugins/libaudit.so"
-
 [[plugins]]
 name = "trace"
 path = "/opt/plugins/libtrace.so"
-
 [[qos]]
 match = "M_Video_*"
 reliability = "best_effort"
 durability = "transient_local"
 history = 4
 max_blocking_time_ms = 250
-
 [[qos]]
 match = "M_Log_?Service_*"
 history = "all"
 writer_history = 500
-)");
-    const Config c = Config::fromFile(path);
+[network]
+dds_config = ["profiles/lan.xml", "/etc/extra.xml"]
+interface = "eth1"
+peers = ["192.168.7.2", "192.168.7.3"]
+[security]
+identity_ca = "keys/ca.pem"
+identity_certificate = "a.pem"
+private_key = "a.key"
+permissions_ca = "/pki/ca.pem"
+governance = "g.p7s"
+permissions = "p.p7s"
+)"));
     EXPECT_EQ(c.logLevel, Level::debug);
     EXPECT_EQ(c.logSink, "stdout");
     EXPECT_EQ(c.topicPrefix, "Acme::");
@@ -105,10 +96,29 @@ writer_history = 500
     EXPECT_EQ(&c.qosFor("M_Video_IClient_ReportFrame"), &c.qos[0]);
     EXPECT_EQ(&c.qosFor("M_Log_IService_CmdWrite"), &c.qos[1]);
     EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[2]);
+
+    // Absolute paths as the platform spells them ("/etc/extra.xml" is on the file's drive on Windows).
+    const auto spelled = [&](const char* p) { return std::filesystem::absolute(m_dir / p).lexically_normal().string(); };
+    const std::string lan = spelled("profiles/lan.xml"), extra = spelled("/etc/extra.xml");
+    EXPECT_EQ(c.network.ddsConfig, (Texts{lan, extra}));
+    EXPECT_EQ(c.network.interface, "eth1");
+    EXPECT_EQ(c.network.peers, (Texts{"192.168.7.2", "192.168.7.3"}));
+    EXPECT_EQ(kelva::config::domainConfigText(c.network),
+              "file://" + lan + ",file://" + extra +
+                  ",<CycloneDDS><Domain id=\"any\"><General><Interfaces><NetworkInterface "
+                  "name=\"eth1\"/></Interfaces></General><Discovery><Peers><Peer address=\"192.168.7.2\"/><Peer "
+                  "address=\"192.168.7.3\"/></Peers></Discovery></Domain></CycloneDDS>");
+    EXPECT_FALSE(Config{}.network.configured());
+    EXPECT_TRUE(c.security.enabled());
+    EXPECT_EQ(c.security.identityCa, spelled("keys/ca.pem"));
+    EXPECT_EQ(c.security.permissionsCa, spelled("/pki/ca.pem"));
 }
 
 TEST_F(Configuration, FaultsNameFileLineAndSetting) {
-    const std::string path = (m_dir / "bad.toml").string();
+    const std::string path = this->path("bad.toml");
+    const auto errorOf = [&](const std::string& content) {
+        return thrownText<ConfigError>([&] { Config::fromFile(write("bad.toml", content)); });
+    };
     const std::vector<std::pair<std::string, std::string>> faults = {
         {"[session]\nfirst_write_timeout_ms = 10\nfrist_write = 3\n", ":3: session.frist_write: unknown setting"},
         {"[log]\nlevel = \"info\"\n\n[session]\nfirst_write_timeout_ms = \"fast\"\n",
@@ -130,12 +140,8 @@ TEST_F(Configuration, FaultsNameFileLineAndSetting) {
     // Syntax errors and a setting given twice name the line; a missing file is named.
     for (const char* bad : {"[log]\nlevel = \"info\"\nsink stderr\n", "[log]\nlevel = \"info\"\nlevel = \"warn\"\n"})
         EXPECT_EQ(errorOf(bad).rfind(path + ":3: ", 0), 0u) << errorOf(bad);
-    EXPECT_THROW(
-        try { Config::fromFile(path + ".absent"); } catch (const ConfigError& e) {
-            EXPECT_EQ(std::string(e.what()).rfind(path + ".absent", 0), 0u) << e.what();
-            throw;
-        },
-        ConfigError);
+    const std::string absent = thrownText<ConfigError>([&] { Config::fromFile(path + ".absent"); });
+    EXPECT_EQ(absent.rfind(path + ".absent", 0), 0u) << absent;
 }
 
 #if defined(_WIN32)
@@ -147,27 +153,12 @@ using ::setenv;
 using ::unsetenv;
 #endif
 
-// Sets or clears KELVA_CONFIG for one test and restores it after.
-class EnvironmentVariable {
-public:
-    explicit EnvironmentVariable(const char* name) : m_name(name) {
-        if (const char* value = std::getenv(name)) m_saved = value;
-    }
-    ~EnvironmentVariable() {
-        if (m_saved) setenv(m_name, m_saved->c_str(), 1);
-        else unsetenv(m_name);
-    }
-    void set(const std::string& value) { setenv(m_name, value.c_str(), 1); }
-    void clear() { unsetenv(m_name); }
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_saved;
-};
-
 TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
-    EnvironmentVariable variable("KELVA_CONFIG");
-    variable.clear();
+    // KELVA_CONFIG is unset for the test's life (the process's own configuration is read once).
+    struct Unset {
+        Unset() { unsetenv("KELVA_CONFIG"); }
+        ~Unset() { unsetenv("KELVA_CONFIG"); }
+    } unset;
     // Without the variable: the defaults, the toolkit's alone here (no product library loaded).
     EXPECT_EQ(Config::fromEnvironment().qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::Volatile);
 
@@ -181,12 +172,39 @@ TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
     EXPECT_EQ(product.topicPrefix, "Acme::");
     EXPECT_EQ(product.qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::TransientLocal);
     EXPECT_EQ(product.qosFor("M_Alert_IService_CmdRaiseAlarm").durability, Durability::Volatile);
-    variable.set(write("env-prefix.toml", "[topics]\nprefix = \"Other::\"\n"));
+    setenv("KELVA_CONFIG", write("env-prefix.toml", "[topics]\nprefix = \"Other::\"\n").c_str(), 1);
     EXPECT_EQ(Config::fromEnvironment().topicPrefix, "Other::");
     kelva::config::setProductDefaults({});
 
-    variable.set(write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n"));
+    setenv("KELVA_CONFIG", write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n").c_str(), 1);
     EXPECT_THROW(Config::fromEnvironment(), ConfigError);
+}
+
+TEST_F(Configuration, SessionsOfANetworkShareTheDomainItsConfigurationMade) {
+    const int domain = vantrel::test::domainId();
+    Config c;
+    const char* uri = std::getenv("CYCLONEDDS_URI");
+    ASSERT_NE(uri, nullptr);
+    ASSERT_EQ(std::string(uri).rfind("file://", 0), 0u);
+    // The loopback file selects its interface already (a second selection of it is refused by the DDS layer).
+    c.network.ddsConfig = {std::string(uri).substr(7)};
+    c.network.peers = {"127.0.0.1"};
+    {
+        auto first = SessionImpl::create(domain, c, false);
+        auto second = SessionImpl::create(domain, c, false);
+        EXPECT_EQ(participantsOf(domain), 2);
+        first.reset();
+        EXPECT_EQ(participantsOf(domain), 1);  // the domain stays while a session uses it
+    }
+    // Released with its last session: the domain can be made again, with the DDS layer's own configuration.
+    auto plain = SessionImpl::create(domain, Config{}, false);
+    EXPECT_EQ(participantsOf(domain), 1);
+    plain.reset();
+
+    c.network.ddsConfig = {path("absent.xml")};
+    const std::string refused = thrownText<std::runtime_error>([&] { SessionImpl::create(domain, c, false); });
+    EXPECT_EQ(refused.rfind("cannot create DDS domain " + std::to_string(domain), 0), 0u) << refused;
+    EXPECT_EQ(participantsOf(domain), 0);
 }
 
 TEST(QosPattern, EntitiesGetTheRulesQos) {
@@ -195,12 +213,12 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
     rule.durability = Durability::TransientLocal;
     rule.historyDepth = 3;
     const kelva::access::QosPattern pattern(rule);
+    dds_history_kind_t history{};
+    int32_t depth = 0;
     for (const dds_qos_t* qos : {pattern.qosTopic(), pattern.qosWrite(), pattern.qosRead()}) {
         dds_durability_kind_t durability{};
         ASSERT_TRUE(dds_qget_durability(qos, &durability));
         EXPECT_EQ(durability, DDS_DURABILITY_TRANSIENT_LOCAL);
-        dds_history_kind_t history{};
-        int32_t depth = 0;
         ASSERT_TRUE(dds_qget_history(qos, &history, &depth));
         EXPECT_EQ(depth, 3);
     }
@@ -210,12 +228,9 @@ TEST(QosPattern, EntitiesGetTheRulesQos) {
     EXPECT_FALSE(autodispose);
 
     // The writer of a keep-all topic keeps the bound the rule gives it; its readers keep all.
-    kelva::config::QosRule all;
-    all.match = "*";
-    all.writerHistoryDepth = 1000;
-    const kelva::access::QosPattern bounded(all);
-    dds_history_kind_t history{};
-    int32_t depth = 0;
+    rule.historyDepth = 0;
+    rule.writerHistoryDepth = 1000;
+    const kelva::access::QosPattern bounded(rule);
     ASSERT_TRUE(dds_qget_history(bounded.qosWrite(), &history, &depth));
     EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
     EXPECT_EQ(depth, 1000);
@@ -243,118 +258,38 @@ std::ostream& operator<<(std::ostream& out, const Expensive& e) {
     return out << "expensive";
 }
 
-TEST(Log, LinesOfAnUnusedLevelAreNotBuilt) {
+using Log = vantrel::test::TempDirTest;
+
+TEST_F(Log, LevelFiltersLinesBuildsOnlyWhatItWritesAndSinksAreChecked) {
     int renders = 0;
     {
         vantrel::test::LogCapture log(Level::warn);
+        Logger::setSink("file:" + path("kelva.log"));
         kelva::utils::log::trace() << "value: " << Expensive{&renders};
+        kelva::utils::log::info() << "info line";
+        kelva::utils::log::warn() << "warn " << 1;
+        kelva::utils::log::fatal() << "fatal " << 3;
         EXPECT_EQ(renders, 0);
-        EXPECT_TRUE(log.lines().empty());
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].text, "warn 1");
+        EXPECT_EQ(lines[1].level, Level::fatal);
+        Logger::setLevel(Level::off);
+        kelva::utils::log::fatal() << "nothing";
+        EXPECT_EQ(log.lines().size(), 2u);
+        Logger::setSink("stderr");
     }
+    const std::string written = read(path("kelva.log"));
+    EXPECT_NE(written.find("warn 1"), std::string::npos) << written;
+    EXPECT_EQ(written.find("info line"), std::string::npos) << written;
     {
         vantrel::test::LogCapture log(Level::trace);
         kelva::utils::log::trace() << "value: " << Expensive{&renders};
         EXPECT_EQ(renders, 1);
-        EXPECT_EQ(log.texts(Level::trace), (std::vector<std::string>{"value: expensive"}));
+        EXPECT_EQ(log.texts(Level::trace), (Texts{"value: expensive"}));
     }
-}
-
-TEST(Log, LevelFiltersWhatIsWritten) {
-    vantrel::test::LogCapture log(Level::warn);
-    kelva::utils::log::info() << "info line";
-    kelva::utils::log::warn() << "warn " << 1;
-    kelva::utils::log::fatal() << "fatal " << 3;
-    const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].text, "warn 1");
-    EXPECT_EQ(lines[1].level, Level::fatal);
-
-    Logger::setLevel(Level::off);
-    kelva::utils::log::fatal() << "nothing";
-    EXPECT_EQ(log.lines().size(), 2u);
-}
-
-using LogSink = Files;
-
-TEST_F(LogSink, FileSinkReceivesLinesAndUnknownSinksAreRefused) {
-    const fs::path file = m_dir / "kelva.log";
-    {
-        vantrel::test::LogCapture log(Level::info);
-        Logger::setSink("file:" + file.string());
-        kelva::utils::log::warn() << "to the file";
-        Logger::setSink("stderr");
-    }
-    EXPECT_NE(read(file.string()).find("to the file"), std::string::npos) << read(file.string());
-
     EXPECT_THROW(Logger::setSink("syslog"), std::invalid_argument);
     EXPECT_THROW(Logger::setSink("file:"), std::invalid_argument);
-}
-
-// The DDS participants of `domain` (at most 4).
-int participantsOf(int domain) {
-    dds_entity_t found[4];
-    return dds_lookup_participant(static_cast<dds_domainid_t>(domain), found, 4);
-}
-
-TEST_F(Configuration, NetworkSectionIsReadWithPathsAgainstTheFilesFolder) {
-    const std::string path = write("kelva.toml", R"([network]
-dds_config = ["profiles/lan.xml", "/etc/extra.xml"]
-interface = "eth1"
-peers = ["192.168.7.2", "192.168.7.3"]
-)");
-    const Config c = Config::fromFile(path);
-    // Absolute paths as the platform spells them ("/etc/extra.xml" is on the file's drive on Windows).
-    const auto spelled = [](const fs::path& p) { return fs::absolute(p).lexically_normal().string(); };
-    const std::string lan = spelled(m_dir / "profiles/lan.xml"), extra = spelled(m_dir / "/etc/extra.xml");
-    EXPECT_EQ(c.network.ddsConfig, (std::vector<std::string>{lan, extra}));
-    EXPECT_EQ(c.network.interface, "eth1");
-    EXPECT_EQ(c.network.peers, (std::vector<std::string>{"192.168.7.2", "192.168.7.3"}));
-    EXPECT_EQ(kelva::config::domainConfigText(c.network),
-              "file://" + lan + ",file://" + extra +
-                  ",<CycloneDDS><Domain id=\"any\"><General><Interfaces><NetworkInterface "
-                  "name=\"eth1\"/></Interfaces></General><Discovery><Peers><Peer address=\"192.168.7.2\"/><Peer "
-                  "address=\"192.168.7.3\"/></Peers></Discovery></Domain></CycloneDDS>");
-
-    EXPECT_FALSE(Config{}.network.configured());
-
-    // Security files are read against the file's folder too.
-    const Config s = Config::fromFile(write("ok.toml", "[security]\nidentity_ca = \"keys/ca.pem\"\nidentity_certificate = "
-                                                       "\"a.pem\"\nprivate_key = \"a.key\"\npermissions_ca = \"/pki/ca.pem\"\n"
-                                                       "governance = \"g.p7s\"\npermissions = \"p.p7s\"\n"));
-    EXPECT_TRUE(s.security.enabled());
-    EXPECT_EQ(s.security.identityCa, spelled(m_dir / "keys/ca.pem"));
-    EXPECT_EQ(s.security.permissionsCa, spelled(m_dir / "/pki/ca.pem"));
-}
-
-TEST_F(Configuration, SessionsOfANetworkShareTheDomainItsConfigurationMade) {
-    const int domain = vantrel::test::domainId();
-    Config c;
-    const char* uri = std::getenv("CYCLONEDDS_URI");
-    ASSERT_NE(uri, nullptr);
-    ASSERT_EQ(std::string(uri).rfind("file://", 0), 0u);
-    // The loopback file selects its interface already (a second selection of it is refused by the DDS layer).
-    c.network.ddsConfig = {std::string(uri).substr(7)};
-    c.network.peers = {"127.0.0.1"};
-    {
-        auto first = SessionImpl::create(domain, c, false);
-        auto second = SessionImpl::create(domain, c, false);
-        EXPECT_EQ(participantsOf(domain), 2);
-        first.reset();
-        EXPECT_EQ(participantsOf(domain), 1);  // the domain stays while a session uses it
-    }
-    // Released with its last session: the domain can be made again, with the DDS layer's own configuration.
-    auto plain = SessionImpl::create(domain, Config{}, false);
-    EXPECT_EQ(participantsOf(domain), 1);
-    plain.reset();
-
-    c.network.ddsConfig = {(m_dir / "absent.xml").string()};
-    try {
-        SessionImpl::create(domain, c, false);
-        ADD_FAILURE() << "a missing DDS configuration file was accepted";
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()).rfind("cannot create DDS domain " + std::to_string(domain), 0), 0u) << e.what();
-    }
-    EXPECT_EQ(participantsOf(domain), 0);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Two sessions of one process exchanging samples over loopback through their actors' topic pools: delivery
-// on the dispatcher thread, one handler at a time per session, connection state, and no reader left behind
-// when many are ready at once (keyed disposal and the first-write wait: the frame's and the modules' tests).
+// on the dispatcher thread, one handler at a time per session, connection state, no reader left behind
+// when many are ready at once, and session teardown while a handler runs (keyed disposal and the
+// first-write wait: the frame's and the modules' tests).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,13 +9,13 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "KelvaTestTypes.h"
-#include "kelva/actors/Session.h"
 #include "kelva/actors/SessionImpl.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
 
 namespace {
 
@@ -22,9 +23,10 @@ using namespace std::chrono_literals;
 using kelva::actors::Session;
 using kelva::actors::SessionImpl;
 using kelva::actors::SimpleActor;
-using kelva_test_support::KeyedCopy;
-using kelva_test_support::KeyedSample;
+using kelva_test_support::Keyed;
 using kelva_test_support::plain;
+using kelva_test_support::view;
+using vantrel::test::Gate;
 using vantrel::test::waitUntil;
 
 constexpr int kMatchMs = 10000;
@@ -32,74 +34,55 @@ constexpr int kMatchMs = 10000;
 // A writing session and a reading session on this process's domain.
 class Exchange : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_writerSession = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
-        m_readerSession = std::make_unique<Session>(vantrel::test::domainId(), kelva::config::Config{});
+    static std::shared_ptr<SimpleActor> actorOf(const std::shared_ptr<Session>& session, const std::string& name) {
+        return SessionImpl::getSessionImpl(*session)->createActor(name, false, "M_Test");
     }
-    void TearDown() override {
-        m_readerSession.reset();
-        m_writerSession.reset();
-    }
-
-    std::shared_ptr<SessionImpl> writerImpl() { return SessionImpl::getSessionImpl(*m_writerSession); }
-    std::shared_ptr<SessionImpl> readerImpl() { return SessionImpl::getSessionImpl(*m_readerSession); }
-    std::shared_ptr<SimpleActor> writerActor(const std::string& name = "writer") {
-        return writerImpl()->createActor(name, false, "M_Test");
-    }
-    std::shared_ptr<SimpleActor> readerActor(const std::string& name = "reader") {
-        return readerImpl()->createActor(name, false, "M_Test");
+    // The readers that `writer` has matched.
+    static int matched(dds_entity_t writer) {
+        dds_publication_matched_status_t status{};
+        return dds_get_publication_matched_status(writer, &status) == DDS_RETCODE_OK ? int(status.current_count) : -1;
     }
 
-    std::unique_ptr<Session> m_writerSession;
-    std::unique_ptr<Session> m_readerSession;
+    std::shared_ptr<Session> m_writing = vantrel::test::newSession(kelva::config::Config{});
+    std::shared_ptr<Session> m_reading = vantrel::test::newSession(kelva::config::Config{});
 };
 
 TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
     // Two readers of two topics in one session, fed by two writer threads at once: if the session ran two
     // handlers at the same time, the in-handler counter would see the other one. Every sample arrives, as
     // sent, on the reading session's dispatcher thread.
-    auto readerSession = readerImpl();
-    std::atomic<int> offDispatcher{0};
+    auto readingImpl = SessionImpl::getSessionImpl(*m_reading);
     std::mutex mutex;
-    std::vector<KeyedCopy> received;
-    std::atomic<int> inside{0};
-    std::atomic<int> overlaps{0};
-    std::atomic<int> keyedCount{0};
-    std::atomic<int> plainCount{0};
+    std::vector<Keyed> received;
+    std::atomic<int> offDispatcher{0}, inside{0}, overlaps{0}, keyedCount{0}, plainCount{0};
     auto body = [&](std::atomic<int>& count) {
         if (inside.fetch_add(1) != 0) ++overlaps;
-        if (!readerSession->dispatcher().onDispatcherThread()) ++offDispatcher;
+        if (!readingImpl->dispatcher().onDispatcherThread()) ++offDispatcher;
         std::this_thread::sleep_for(1ms);  // widens the window in which an overlap would show
         inside.fetch_sub(1);
         ++count;
     };
-    auto keyedReader = readerActor("keyedReader");
-    auto plainReader = readerActor("plainReader");
-    keyedReader->readPool().createTopicRead<kelva_test_Keyed>(
-        [&](const kelva_test_Keyed& s, const dds_sample_info_t&) {
+    actorOf(m_reading, "keyedReader")
+        ->readPool()
+        .createTopicRead<kelva_test_Keyed>([&](const kelva_test_Keyed& s, const dds_sample_info_t&) {
             {
                 std::lock_guard<std::mutex> lock(mutex);
-                received.push_back(KeyedCopy::of(s));
+                received.push_back(kelva_test_support::copy(s));
             }
             body(keyedCount);
         });
-    plainReader->readPool().createTopicRead<kelva_test_Plain>(
-        [&](const kelva_test_Plain&, const dds_sample_info_t&) { body(plainCount); });
+    actorOf(m_reading, "plainReader")
+        ->readPool()
+        .createTopicRead<kelva_test_Plain>([&](const kelva_test_Plain&, const dds_sample_info_t&) { body(plainCount); });
 
-    auto writer = writerActor();
-    auto& keyedWriter = writer->writePool().createTopicWrite<kelva_test_Keyed>();
-    auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    ASSERT_TRUE(keyedWriter.waitForMatch(kMatchMs));
-    ASSERT_TRUE(plainWriter.waitForMatch(kMatchMs));
-
+    auto writer = actorOf(m_writing, "writer");
+    ASSERT_TRUE(writer->writePool().createTopicWrite<kelva_test_Keyed>().waitForMatch(kMatchMs));
+    ASSERT_TRUE(writer->writePool().createTopicWrite<kelva_test_Plain>().waitForMatch(kMatchMs));
     constexpr int kEach = 40;
-    std::vector<KeyedCopy> sent;
-    for (int i = 0; i < kEach; ++i) sent.push_back({"k" + std::to_string(i), i, "text " + std::to_string(i)});
+    std::vector<Keyed> sent;
+    for (int i = 0; i < kEach; ++i) sent.emplace_back("k" + std::to_string(i), i, "text " + std::to_string(i));
     std::thread keyedThread([&] {
-        for (const auto& s : sent) {
-            KeyedSample sample(s.id, s.value, s.text);
-            writer->writePool().write(sample.get(), true, false);
-        }
+        for (const auto& s : sent) writer->writePool().write(view(s), true, false);
     });
     std::thread plainThread([&] {
         for (int i = 0; i < kEach; ++i) writer->writePool().write(plain(i), true, false);
@@ -107,10 +90,10 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
     keyedThread.join();
     plainThread.join();
 
-    ASSERT_TRUE(waitUntil([&] { return keyedCount.load() == kEach && plainCount.load() == kEach; }))
-        << "keyed " << keyedCount.load() << ", plain " << plainCount.load();
-    EXPECT_EQ(overlaps.load(), 0);
-    EXPECT_EQ(offDispatcher.load(), 0) << "a data handler ran outside the session's dispatcher thread";
+    ASSERT_TRUE(waitUntil([&] { return keyedCount == kEach && plainCount == kEach; }))
+        << "keyed " << keyedCount << ", plain " << plainCount;
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_EQ(offDispatcher, 0) << "a data handler ran outside the session's dispatcher thread";
     // One writer's samples of different instances may be taken instance by instance: compare as sets.
     std::lock_guard<std::mutex> lock(mutex);
     std::sort(received.begin(), received.end());
@@ -118,71 +101,34 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
     EXPECT_EQ(received, sent);
 }
 
-TEST_F(Exchange, ConnectStateFollowsMatchingReaders) {
-    auto writer = writerActor();
-    auto& w = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    EXPECT_FALSE(w.connectState().isConnected()) << "connected with no reader in the domain";
+TEST_F(Exchange, EveryReadyReaderIsServedAndConnectStateFollowsMatchingReaders) {
+    auto writer = actorOf(m_writing, "writer");
+    auto& keyedWriter = writer->writePool().createTopicWrite<kelva_test_Keyed>();
+    auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
+    EXPECT_FALSE(plainWriter.connectState().isConnected()) << "connected with no reader in the domain";
     EXPECT_FALSE(writer->writePool().anyConnected());
 
-    auto first = readerActor("first");
-    auto second = readerActor("second");
-    first->readPool().createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
-    second->readPool().createTopicRead<kelva_test_Plain>([](const kelva_test_Plain&, const dds_sample_info_t&) {});
-    ASSERT_TRUE(w.waitForMatch(kMatchMs));
-    EXPECT_TRUE(writer->writePool().anyConnected());
-    ASSERT_TRUE(waitUntil([&] {
-        dds_publication_matched_status_t status{};
-        return dds_get_publication_matched_status(w.entity(), &status) == DDS_RETCODE_OK && status.current_count == 2;
-    }));
-
-    // One of two readers leaving keeps the topic connected.
-    first->shutdown();
-    ASSERT_TRUE(waitUntil([&] {
-        dds_publication_matched_status_t status{};
-        return dds_get_publication_matched_status(w.entity(), &status) == DDS_RETCODE_OK && status.current_count == 1;
-    }));
-    EXPECT_TRUE(w.connectState().isConnected());
-
-    // The last one leaving takes it down.
-    second->shutdown();
-    EXPECT_TRUE(waitUntil([&] { return !w.connectState().isConnected(); }))
-        << "still connected after the last reader left";
-    EXPECT_FALSE(writer->writePool().anyConnected());
-}
-
-TEST_F(Exchange, EveryReaderIsServedWhenMoreConditionsTriggerThanOneWaitReports) {
-    // Seventy readers become ready while the dispatcher is held in another handler; when it is let go,
-    // one wait reports them all at once.
-    constexpr int kReaders = 70;
-    auto reader = readerActor();
-    vantrel::test::Gate entered;
-    vantrel::test::Gate release;
-    reader->readPool().createTopicRead<kelva_test_Keyed>([&](const kelva_test_Keyed&, const dds_sample_info_t&) {
+    // Seventy readers of one actor become ready while the dispatcher is held in another actor's handler; when
+    // it is let go, one wait reports them all at once.
+    constexpr int kMany = 70;
+    Gate entered, release;
+    std::atomic<int> served{0};
+    const auto serve = [&](const kelva_test_Plain& s, const dds_sample_info_t&) { served += s.Value == 7; };
+    auto many = actorOf(m_reading, "many");
+    std::vector<dds_entity_t> readers;
+    for (int i = 0; i < kMany; ++i) readers.push_back(many->readPool().createTopicRead<kelva_test_Plain>(serve).entity());
+    auto last = actorOf(m_reading, "last");
+    last->readPool().createTopicRead<kelva_test_Plain>(serve);
+    last->readPool().createTopicRead<kelva_test_Keyed>([&](const kelva_test_Keyed&, const dds_sample_info_t&) {
         entered.open();
         release.wait();
     });
-    std::atomic<int> served{0};
-    std::vector<dds_entity_t> readers;
-    for (int i = 0; i < kReaders; ++i) {
-        auto& r = reader->readPool().createTopicRead<kelva_test_Plain>(
-            [&](const kelva_test_Plain& s, const dds_sample_info_t&) {
-                if (s.Value == 7) ++served;
-            });
-        readers.push_back(r.entity());
-    }
+    ASSERT_TRUE(keyedWriter.waitForMatch(kMatchMs));
+    ASSERT_TRUE(waitUntil([&] { return matched(plainWriter.entity()) == kMany + 1; }));
+    EXPECT_TRUE(writer->writePool().anyConnected());
 
-    auto writer = writerActor();
-    auto& keyed = writer->writePool().createTopicWrite<kelva_test_Keyed>();
-    auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    ASSERT_TRUE(keyed.waitForMatch(kMatchMs));
-    ASSERT_TRUE(waitUntil([&] {
-        dds_publication_matched_status_t status{};
-        return dds_get_publication_matched_status(plainWriter.entity(), &status) == DDS_RETCODE_OK &&
-               status.current_count == kReaders;
-    }));
-
-    KeyedSample hold("hold", 0);
-    writer->writePool().write(hold.get(), true, false);
+    const Keyed hold{"hold", 0, ""};
+    writer->writePool().write(view(hold), true, false);
     ASSERT_TRUE(entered.wait());
     writer->writePool().write(plain(7), true, false);
     // Every reader holds the sample (reading leaves it for the handler's take) before the dispatcher goes on.
@@ -198,7 +144,54 @@ TEST_F(Exchange, EveryReaderIsServedWhenMoreConditionsTriggerThanOneWaitReports)
     });
     release.open();
     ASSERT_TRUE(allHold);
-    EXPECT_TRUE(waitUntil([&] { return served.load() == kReaders; })) << served.load() << " of " << kReaders;
+    EXPECT_TRUE(waitUntil([&] { return served == kMany + 1; })) << served << " of " << kMany + 1;
+
+    // Some readers leaving keep the topic connected; the last one leaving takes it down.
+    many->shutdown();
+    ASSERT_TRUE(waitUntil([&] { return matched(plainWriter.entity()) == 1; }));
+    EXPECT_TRUE(plainWriter.connectState().isConnected());
+    last->shutdown();
+    EXPECT_TRUE(waitUntil([&] { return !plainWriter.connectState().isConnected(); }))
+        << "still connected after the last reader left";
+    EXPECT_TRUE(waitUntil([&] { return !writer->writePool().anyConnected(); }));
+}
+
+TEST_F(Exchange, DestroyingASessionWaitsForItsRunningHandler) {
+    Gate entered, release;
+    std::atomic<bool> handlerReturned{false};
+    std::atomic<int> calls{0};
+    actorOf(m_reading, "blocked")
+        ->readPool()
+        .createTopicRead<kelva_test_Plain>([&](const kelva_test_Plain&, const dds_sample_info_t&) {
+            if (calls++ != 0) return;
+            entered.open();
+            release.wait();
+            handlerReturned = true;
+        });
+    auto writer = actorOf(m_writing, "writer");
+    auto& w = writer->writePool().createTopicWrite<kelva_test_Plain>();
+    ASSERT_TRUE(w.waitForMatch(kMatchMs));
+    writer->writePool().write(plain(1), true, false);
+    ASSERT_TRUE(entered.wait()) << "the handler never ran";
+
+    std::atomic<bool> destroyed{false}, handlerDoneAtDestruction{false};
+    std::thread destroyer([&] {
+        m_reading.reset();
+        handlerDoneAtDestruction = handlerReturned.load();
+        destroyed = true;
+    });
+    std::this_thread::sleep_for(50ms);  // lets the destruction start while the handler is held
+    EXPECT_FALSE(destroyed) << "the session was gone while its handler still ran";
+    release.open();
+    if (!waitUntil([&] { return destroyed.load(); })) {
+        destroyer.detach();
+        FAIL() << "destroying the session hangs after its handler returned";
+    }
+    destroyer.join();
+    EXPECT_TRUE(handlerDoneAtDestruction);
+    EXPECT_EQ(calls, 1);
+    // The writer's side is unaffected and notices the reader leaving.
+    EXPECT_TRUE(waitUntil([&] { return !w.connectState().isConnected(); }));
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 #include "kelva/security/Check.h"
 #include "kelva/security/Documents.h"
 #include "kelva/security/SignedDocument.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
 #include "vantrel/test/TempDir.h"
 
 namespace {
@@ -22,6 +22,7 @@ namespace ks = kelva::security;
 using kelva::actors::SessionImpl;
 using kelva::config::ConfigError;
 using kelva::config::Security;
+using vantrel::test::participantsOf;
 
 constexpr std::time_t kHour = 3600;
 constexpr std::time_t kDay = 24 * kHour;
@@ -51,16 +52,7 @@ protected:
     }
 
     static std::string refusal(const Security& s) {
-        try {
-            ks::checkFiles(s);
-        } catch (const ConfigError& e) {
-            return e.what();
-        }
-        return "no error";
-    }
-    static int participantsOf(int domain) {
-        dds_entity_t found[4];
-        return dds_lookup_participant(static_cast<dds_domainid_t>(domain), found, 4);
+        return vantrel::test::thrownText<ConfigError>([&] { ks::checkFiles(s); });
     }
 
     struct Fault {
@@ -139,7 +131,7 @@ TEST_F(SecurityFiles, TheGrantOfTheIdentityCountsWithItsTimesInAnyZone) {
     };
     Security s = m_valid;
     s.permissions = write("p.p7s", document("2099-12-31T23:59:59+01:00"));
-    EXPECT_EQ(refusal(s), "no error");
+    EXPECT_EQ(refusal(s), "no exception");
     s.permissions = write("p.p7s", document("2021-06-30T14:00:00+02:00"));
     EXPECT_EQ(refusal(s), s.permissions + ": permissions expired on 2021-06-30T12:00:00Z");
     s.permissions = write("p.p7s", document("2021-06-31T00:00:00"));
@@ -166,13 +158,9 @@ TEST_F(SecurityFiles, ASessionRefusesWhatTheCheckRefusesAndMakesNoParticipant) {
     for (const auto& [member, file] : faults) {
         c.security = m_valid;
         c.security.*member = file;
-        try {
-            SessionImpl::create(domain, c, false);
-            ADD_FAILURE() << file << ": a session was made";
-        } catch (const ConfigError& e) {
-            EXPECT_EQ(std::string(e.what()), refusal(c.security));
-            EXPECT_EQ(std::string(e.what()).rfind(file + ": ", 0), 0u) << e.what();
-        }
+        const std::string refused = vantrel::test::thrownText<ConfigError>([&] { SessionImpl::create(domain, c, false); });
+        EXPECT_EQ(refused, refusal(c.security));
+        EXPECT_EQ(refused.rfind(file + ": ", 0), 0u) << refused;
         EXPECT_EQ(participantsOf(domain), 0) << file;
     }
 }

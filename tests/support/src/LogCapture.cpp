@@ -1,5 +1,7 @@
 #include "vantrel/test/LogCapture.h"
 
+#include <algorithm>
+
 namespace vantrel::test {
 
 using kelva::utils::log::Level;
@@ -25,18 +27,14 @@ std::vector<LogCapture::Line> LogCapture::lines() const {
 
 std::vector<std::string> LogCapture::texts(Level level) const {
     std::vector<std::string> out;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& line : m_lines)
+    for (const auto& line : lines())
         if (line.level == level) out.push_back(line.text);
     return out;
 }
 
 std::size_t LogCapture::count(Level level, const std::string& text) const {
-    std::size_t n = 0;
-    std::lock_guard<std::mutex> lock(m_mutex);
-    for (const auto& line : m_lines)
-        if (line.level == level && line.text == text) ++n;
-    return n;
+    const auto all = texts(level);
+    return static_cast<std::size_t>(std::count(all.begin(), all.end(), text));
 }
 
 void LogCapture::clear() {

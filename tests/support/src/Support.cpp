@@ -49,11 +49,6 @@ void Gate::open() {
     m_changed.notify_all();
 }
 
-bool Gate::isOpen() const {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_open;
-}
-
 bool Gate::wait(std::chrono::milliseconds bound) const {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, bound, [this] { return m_open; });

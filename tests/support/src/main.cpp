@@ -6,7 +6,6 @@
 
 #include "vantrel/test/Support.h"
 
-
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     // Listing the tests (as test discovery does at build time) starts no DDS entity.

@@ -1,7 +1,7 @@
 #pragma once
 // The DDS domain ids that test processes and the benchmark share out among themselves: an exclusive lock on
 // one file per id, held until released or until the process ends (also when it crashes); ids whose ports
-// another process has bound are skipped. One source per platform (DomainLockPosix.cpp, DomainLockWindows.cpp).
+// another process has bound are skipped.
 #include <cstdint>
 
 namespace vantrel::test {

@@ -1,8 +1,9 @@
 #pragma once
-// Helpers shared by the test binaries: the DDS domain of this test process, bounded polling and a one-shot
-// gate to hold a thread at a known point.
+// Helpers shared by the test binaries: the DDS domain of this test process, bounded polling, a one-shot
+// gate to hold a thread at a known point, and the text of an expected exception.
 #include <chrono>
 #include <condition_variable>
+#include <exception>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -25,7 +26,6 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 class Gate {
 public:
     void open();
-    bool isOpen() const;
     // Waits until the gate is open or `bound` has passed; returns whether it is open.
     bool wait(std::chrono::milliseconds bound = kWaitBound) const;
 
@@ -34,6 +34,17 @@ private:
     mutable std::condition_variable m_changed;
     bool m_open = false;
 };
+
+// The text of the E that `call` throws, or "no exception" (any other exception passes through).
+template <class E = std::exception>
+std::string thrownText(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "no exception";
+}
 
 namespace detail {
 // Allocates a domain as domainId() does, with the lock kept across exec: a command started in its place
