@@ -101,7 +101,7 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
     EXPECT_EQ(received, sent);
 }
 
-TEST_F(Exchange, EveryReadyReaderIsServedAndConnectStateFollowsMatchingReaders) {
+TEST_F(Exchange, EveryReadyReaderIsServedAndTeardownWaitsForARunningHandler) {
     auto writer = actorOf(m_writing, "writer");
     auto& keyedWriter = writer->writePool().createTopicWrite<kelva_test_Keyed>();
     auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
@@ -111,8 +111,9 @@ TEST_F(Exchange, EveryReadyReaderIsServedAndConnectStateFollowsMatchingReaders) 
     // Seventy readers of one actor become ready while the dispatcher is held in another actor's handler; when
     // it is let go, one wait reports them all at once.
     constexpr int kMany = 70;
-    Gate entered, release;
-    std::atomic<int> served{0};
+    Gate entered[2], release[2];
+    std::atomic<int> served{0}, holds{0};
+    std::atomic<bool> handlerReturned{false};
     const auto serve = [&](const kelva_test_Plain& s, const dds_sample_info_t&) { served += s.Value == 7; };
     auto many = actorOf(m_reading, "many");
     std::vector<dds_entity_t> readers;
@@ -120,16 +121,20 @@ TEST_F(Exchange, EveryReadyReaderIsServedAndConnectStateFollowsMatchingReaders) 
     auto last = actorOf(m_reading, "last");
     last->readPool().createTopicRead<kelva_test_Plain>(serve);
     last->readPool().createTopicRead<kelva_test_Keyed>([&](const kelva_test_Keyed&, const dds_sample_info_t&) {
-        entered.open();
-        release.wait();
+        const int hold = holds++;
+        if (hold > 1) return;
+        entered[hold].open();
+        release[hold].wait();
+        handlerReturned = hold == 1;
     });
+    last.reset();  // the session alone holds it
     ASSERT_TRUE(keyedWriter.waitForMatch(kMatchMs));
     ASSERT_TRUE(waitUntil([&] { return matched(plainWriter.entity()) == kMany + 1; }));
     EXPECT_TRUE(writer->writePool().anyConnected());
 
     const Keyed hold{"hold", 0, ""};
     writer->writePool().write(view(hold), true, false);
-    ASSERT_TRUE(entered.wait());
+    ASSERT_TRUE(entered[0].wait());
     writer->writePool().write(plain(7), true, false);
     // Every reader holds the sample (reading leaves it for the handler's take) before the dispatcher goes on.
     const bool allHold = waitUntil([&] {
@@ -142,39 +147,20 @@ TEST_F(Exchange, EveryReadyReaderIsServedAndConnectStateFollowsMatchingReaders) 
         }
         return true;
     });
-    release.open();
+    release[0].open();
     ASSERT_TRUE(allHold);
     EXPECT_TRUE(waitUntil([&] { return served == kMany + 1; })) << served << " of " << kMany + 1;
 
-    // Some readers leaving keep the topic connected; the last one leaving takes it down.
+    // Some readers leaving keep the topic connected.
     many->shutdown();
     ASSERT_TRUE(waitUntil([&] { return matched(plainWriter.entity()) == 1; }));
     EXPECT_TRUE(plainWriter.connectState().isConnected());
-    last->shutdown();
-    EXPECT_TRUE(waitUntil([&] { return !plainWriter.connectState().isConnected(); }))
-        << "still connected after the last reader left";
-    EXPECT_TRUE(waitUntil([&] { return !writer->writePool().anyConnected(); }));
-}
 
-TEST_F(Exchange, DestroyingASessionWaitsForItsRunningHandler) {
-    Gate entered, release;
-    std::atomic<bool> handlerReturned{false};
-    std::atomic<int> calls{0};
-    actorOf(m_reading, "blocked")
-        ->readPool()
-        .createTopicRead<kelva_test_Plain>([&](const kelva_test_Plain&, const dds_sample_info_t&) {
-            if (calls++ != 0) return;
-            entered.open();
-            release.wait();
-            handlerReturned = true;
-        });
-    auto writer = actorOf(m_writing, "writer");
-    auto& w = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    ASSERT_TRUE(w.waitForMatch(kMatchMs));
-    writer->writePool().write(plain(1), true, false);
-    ASSERT_TRUE(entered.wait()) << "the handler never ran";
-
+    // Destroying the reading session waits for its running handler.
+    writer->writePool().write(view(hold), true, false);
+    ASSERT_TRUE(entered[1].wait()) << "the handler never ran";
     std::atomic<bool> destroyed{false}, handlerDoneAtDestruction{false};
+    many.reset();
     std::thread destroyer([&] {
         m_reading.reset();
         handlerDoneAtDestruction = handlerReturned.load();
@@ -182,16 +168,18 @@ TEST_F(Exchange, DestroyingASessionWaitsForItsRunningHandler) {
     });
     std::this_thread::sleep_for(50ms);  // lets the destruction start while the handler is held
     EXPECT_FALSE(destroyed) << "the session was gone while its handler still ran";
-    release.open();
+    release[1].open();
     if (!waitUntil([&] { return destroyed.load(); })) {
         destroyer.detach();
         FAIL() << "destroying the session hangs after its handler returned";
     }
     destroyer.join();
     EXPECT_TRUE(handlerDoneAtDestruction);
-    EXPECT_EQ(calls, 1);
-    // The writer's side is unaffected and notices the reader leaving.
-    EXPECT_TRUE(waitUntil([&] { return !w.connectState().isConnected(); }));
+    EXPECT_EQ(holds, 2);
+    // The writer's side is unaffected and notices the last reader leaving.
+    EXPECT_TRUE(waitUntil([&] { return !plainWriter.connectState().isConnected(); }))
+        << "still connected after the last reader left";
+    EXPECT_TRUE(waitUntil([&] { return !writer->writePool().anyConnected(); }));
 }
 
 }  // namespace

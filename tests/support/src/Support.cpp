@@ -10,13 +10,6 @@
 
 namespace vantrel::test {
 
-namespace detail {
-int allocateDomainForCommand() {
-    static DomainLock held = DomainLock::take(/*inheritable=*/true);  // kept across the exec
-    return held.id();
-}
-}  // namespace detail
-
 int domainId() {
     static const int id = [] {
         if (const char* text = std::getenv("KELVA_TEST_DOMAIN"); text && *text) {
@@ -41,46 +34,31 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-void Gate::open() {
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
-    }
-    m_changed.notify_all();
-}
-
-bool Gate::wait(std::chrono::milliseconds bound) const {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, bound, [this] { return m_open; });
-}
-
 namespace detail {
+
+int allocateDomainForCommand() {
+    static DomainLock held = DomainLock::take(/*inheritable=*/true);  // kept across the exec
+    return held.id();
+}
 
 bool loopbackConfigured(std::string& why) {
     const char* uri = std::getenv("CYCLONEDDS_URI");
-    if (!uri || !*uri) {
+    std::string path = uri ? uri : "";
+    why.clear();
+    if (path.empty()) {
         why = "CYCLONEDDS_URI is not set; DDS would use every network interface of this machine";
-        return false;
-    }
-    std::string path = uri;
-    if (path.find(',') != std::string::npos || path.find('<') != std::string::npos) {
+    } else if (path.find(',') != std::string::npos || path.find('<') != std::string::npos) {
         why = "CYCLONEDDS_URI must name exactly one configuration file, not '" + path + "'";
-        return false;
+    } else {
+        if (path.rfind("file://", 0) == 0) path.erase(0, 7);
+        std::ifstream in(path);
+        std::ostringstream content;
+        if (in) content << in.rdbuf();
+        if (!in) why = "CYCLONEDDS_URI names '" + path + "', which cannot be read";
+        else if (content.str().find("127.0.0.1") == std::string::npos)
+            why = "the DDS configuration '" + path + "' does not bind to 127.0.0.1";
     }
-    const std::string scheme = "file://";
-    if (path.compare(0, scheme.size(), scheme) == 0) path.erase(0, scheme.size());
-    std::ifstream in(path);
-    if (!in) {
-        why = "CYCLONEDDS_URI names '" + path + "', which cannot be read";
-        return false;
-    }
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (content.str().find("127.0.0.1") == std::string::npos) {
-        why = "the DDS configuration '" + path + "' does not bind to 127.0.0.1";
-        return false;
-    }
-    return true;
+    return why.empty();
 }
 
 }  // namespace detail

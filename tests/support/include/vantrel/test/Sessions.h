@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "kelva/actors/Session.h"
+#include "kelva/config/Config.h"
 #include "vantrel/test/Support.h"
 
 namespace vantrel::test {

@@ -25,9 +25,16 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 // A gate that starts closed; once opened it stays open.
 class Gate {
 public:
-    void open();
+    void open() {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = true;
+        m_changed.notify_all();
+    }
     // Waits until the gate is open or `bound` has passed; returns whether it is open.
-    bool wait(std::chrono::milliseconds bound = kWaitBound) const;
+    bool wait(std::chrono::milliseconds bound = kWaitBound) const {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, bound, [this] { return m_open; });
+    }
 
 private:
     mutable std::mutex m_mutex;

@@ -15,9 +15,8 @@ class TempDirTest : public ::testing::Test {
 protected:
     void SetUp() override {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        m_dir = std::filesystem::temp_directory_path() /
-                ("kelva-test-" + std::to_string(kelva::utils::system::processId()) + "-" + info->test_suite_name() +
-                 "-" + info->name());
+        m_dir = std::filesystem::temp_directory_path() / ("kelva-test-" + std::to_string(kelva::utils::system::processId()) +
+                                                          "-" + info->test_suite_name() + "-" + info->name());
         std::filesystem::remove_all(m_dir);
         std::filesystem::create_directories(m_dir);
     }
