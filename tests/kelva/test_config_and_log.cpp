@@ -34,8 +34,34 @@ using Texts = std::vector<std::string>;
 // Files of one test in a folder of its own.
 using Configuration = vantrel::test::TempDirTest;
 
-TEST_F(Configuration, ValidFileSetsEverySettingWithPathsAgainstItsFolder) {
-    const Config c = Config::fromFile(write("kelva.toml", R"(# deployment settings
+#if defined(_WIN32)
+// The C runtime's environment: the one std::getenv reads. An empty value removes the variable.
+int setenv(const char* name, const char* value, int) { return ::_putenv_s(name, value); }
+int unsetenv(const char* name) { return ::_putenv_s(name, ""); }
+#else
+using ::setenv;
+using ::unsetenv;
+#endif
+
+TEST_F(Configuration, TheEnvironmentsFileSetsEverySettingOverTheDefaults) {
+    // KELVA_CONFIG is unset for the test's life (the process's own configuration is read once).
+    struct Unset {
+        Unset() { unsetenv("KELVA_CONFIG"); }
+        ~Unset() { unsetenv("KELVA_CONFIG"); }
+    } unset;
+    // Without the variable: the defaults, the toolkit's alone here (no product library loaded).
+    EXPECT_EQ(Config::fromEnvironment().qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::Volatile);
+    // A product's defaults come before the toolkit's last rule, and the file overrides them.
+    kelva::config::QosRule state;
+    state.match = "*_Report*";
+    state.durability = Durability::TransientLocal;
+    state.historyDepth = 1;
+    kelva::config::setProductDefaults({"Product::", {state}});
+    const Config product = Config::fromEnvironment();
+    EXPECT_EQ(product.topicPrefix, "Product::");
+    EXPECT_EQ(product.qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::TransientLocal);
+    EXPECT_EQ(product.qosFor("M_Alert_IService_CmdRaiseAlarm").durability, Durability::Volatile);
+    setenv("KELVA_CONFIG", write("kelva.toml", R"(# deployment settings
 [log]
 level = "debug"
 sink = "stdout"
@@ -72,7 +98,9 @@ private_key = "a.key"
 permissions_ca = "/pki/ca.pem"
 governance = "g.p7s"
 permissions = "p.p7s"
-)"));
+)").c_str(), 1);
+    const Config c = Config::fromEnvironment();
+    kelva::config::setProductDefaults({});
     EXPECT_EQ(c.logLevel, Level::debug);
     EXPECT_EQ(c.logSink, "stdout");
     EXPECT_EQ(c.topicPrefix, "Acme::");
@@ -83,9 +111,9 @@ permissions = "p.p7s"
     EXPECT_EQ(c.plugins[1].name, "trace");
     EXPECT_EQ(c.plugins[1].path, "/opt/plugins/libtrace.so");
 
-    // The file's rules first, in order, then the defaults (the toolkit's alone: "*"); unset members keep
+    // The file's rules first, in order, then the product's and the toolkit's ("*"); unset members keep
     // their defaults.
-    ASSERT_EQ(c.qos.size(), 3u);
+    ASSERT_EQ(c.qos.size(), 4u);
     EXPECT_EQ(c.qos[0].reliability, Reliability::BestEffort);
     EXPECT_EQ(c.qos[0].durability, Durability::TransientLocal);
     EXPECT_EQ(c.qos[0].historyDepth, 4);
@@ -95,7 +123,8 @@ permissions = "p.p7s"
     EXPECT_EQ(c.qos[1].reliability, Reliability::Reliable);
     EXPECT_EQ(&c.qosFor("M_Video_IClient_ReportFrame"), &c.qos[0]);
     EXPECT_EQ(&c.qosFor("M_Log_IService_CmdWrite"), &c.qos[1]);
-    EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[2]);
+    EXPECT_EQ(&c.qosFor("M_Alert_IClient_ReportAlertStatus"), &c.qos[2]);
+    EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[3]);
 
     // Absolute paths as the platform spells them ("/etc/extra.xml" is on the file's drive on Windows).
     const auto spelled = [&](const char* p) { return std::filesystem::absolute(m_dir / p).lexically_normal().string(); };
@@ -112,6 +141,9 @@ permissions = "p.p7s"
     EXPECT_TRUE(c.security.enabled());
     EXPECT_EQ(c.security.identityCa, spelled("keys/ca.pem"));
     EXPECT_EQ(c.security.permissionsCa, spelled("/pki/ca.pem"));
+
+    setenv("KELVA_CONFIG", write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n").c_str(), 1);
+    EXPECT_THROW(Config::fromEnvironment(), ConfigError);
 }
 
 TEST_F(Configuration, FaultsNameFileLineAndSetting) {
@@ -142,42 +174,6 @@ TEST_F(Configuration, FaultsNameFileLineAndSetting) {
         EXPECT_EQ(errorOf(bad).rfind(path + ":3: ", 0), 0u) << errorOf(bad);
     const std::string absent = thrownText<ConfigError>([&] { Config::fromFile(path + ".absent"); });
     EXPECT_EQ(absent.rfind(path + ".absent", 0), 0u) << absent;
-}
-
-#if defined(_WIN32)
-// The C runtime's environment: the one std::getenv reads. An empty value removes the variable.
-int setenv(const char* name, const char* value, int) { return ::_putenv_s(name, value); }
-int unsetenv(const char* name) { return ::_putenv_s(name, ""); }
-#else
-using ::setenv;
-using ::unsetenv;
-#endif
-
-TEST_F(Configuration, EnvironmentNamesTheFileElseDefaultsApply) {
-    // KELVA_CONFIG is unset for the test's life (the process's own configuration is read once).
-    struct Unset {
-        Unset() { unsetenv("KELVA_CONFIG"); }
-        ~Unset() { unsetenv("KELVA_CONFIG"); }
-    } unset;
-    // Without the variable: the defaults, the toolkit's alone here (no product library loaded).
-    EXPECT_EQ(Config::fromEnvironment().qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::Volatile);
-
-    // A product's defaults come before the toolkit's last rule, and a file still overrides them.
-    kelva::config::QosRule state;
-    state.match = "*_Report*";
-    state.durability = Durability::TransientLocal;
-    state.historyDepth = 1;
-    kelva::config::setProductDefaults({"Acme::", {state}});
-    const Config product = Config::fromEnvironment();
-    EXPECT_EQ(product.topicPrefix, "Acme::");
-    EXPECT_EQ(product.qosFor("M_Alert_IClient_ReportAlertStatus").durability, Durability::TransientLocal);
-    EXPECT_EQ(product.qosFor("M_Alert_IService_CmdRaiseAlarm").durability, Durability::Volatile);
-    setenv("KELVA_CONFIG", write("env-prefix.toml", "[topics]\nprefix = \"Other::\"\n").c_str(), 1);
-    EXPECT_EQ(Config::fromEnvironment().topicPrefix, "Other::");
-    kelva::config::setProductDefaults({});
-
-    setenv("KELVA_CONFIG", write("env-bad.toml", "[session]\nfirst_write_timeout_ms = -1\n").c_str(), 1);
-    EXPECT_THROW(Config::fromEnvironment(), ConfigError);
 }
 
 TEST_F(Configuration, SessionsOfANetworkShareTheDomainItsConfigurationMade) {

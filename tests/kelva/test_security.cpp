@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <ctime>
-#include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "kelva/actors/SessionImpl.h"
@@ -55,13 +55,6 @@ protected:
         return vantrel::test::thrownText<ConfigError>([&] { ks::checkFiles(s); });
     }
 
-    struct Fault {
-        const char* what;
-        std::function<Security()> spoil;
-        std::string file;      // the file the error must begin with
-        std::string expected;  // the rest of the error's beginning
-    };
-
     std::time_t m_now = std::time(nullptr);
     ks::Authority m_ca = ks::Authority::make("test CA", {m_now - kHour, m_now + 60 * kDay});
     ks::Authority m_otherCa = ks::Authority::make("other CA", {m_now - kHour, m_now + 60 * kDay});
@@ -72,45 +65,33 @@ TEST_F(SecurityFiles, EveryFaultIsRefusedBeginningWithTheFilesPath) {
     ASSERT_EQ(ks::checkFiles(m_valid), "CN=app");
     const Security v = m_valid;
     const std::string ca = v.identityCa;
-    auto with = [&](std::string Security::*member, const std::string& file) {
-        Security s = v;
-        s.*member = file;
-        return s;
-    };
     std::string changed = read(v.governance);
     changed[changed.find("ENCRYPT")] = 'N';  // one byte of the signed text
+    writeIdentity("early", m_ca, {m_now + kDay, m_now + 2 * kDay});
+    writeIdentity("other", m_ca, current());
+    const std::string governance = ks::governanceXml({{0, 230}}, "NONE");
     // The faults a whole application meets are refused end to end by the security tests (tests/security):
     // expired, foreign or tampered material, another application's permissions, missing files. Here: the
-    // rest, with their whole texts.
-    const std::vector<Fault> faults = {
-        {"identity not yet valid",
-         [&] { writeIdentity("early", m_ca, {m_now + kDay, m_now + 2 * kDay});
-               return with(&Security::identityCertificate, path("early.pem")); },
-         path("early.pem"), "certificate not valid before " + ks::isoTime(m_now + kDay) + "Z"},
-        {"key of another identity",
-         [&] { writeIdentity("other", m_ca, current()); return with(&Security::privateKey, path("other.key")); },
-         path("other.key"), "private key does not belong to the certificate " + v.identityCertificate},
-        {"governance changed", [&] { return with(&Security::governance, write("changed.p7s", changed)); },
-         path("changed.p7s"), "signature does not verify against the permissions CA " + ca + " (changed after signing)"},
-        {"governance of another CA",
-         [&] { return with(&Security::governance,
-                           write("g.p7s", ks::signDocument(ks::governanceXml({{0, 230}}, "NONE"), m_otherCa))); },
-         path("g.p7s"), "signed by another CA than the permissions CA " + ca + " (signer CN=other CA)"},
-        {"governance not signed",
-         [&] { return with(&Security::governance, write("g.xml", ks::governanceXml({{0, 230}}, "NONE"))); },
-         path("g.xml"), "not an S/MIME signed document"},
-        {"permissions of the identity spelt otherwise",
-         [&] { return with(&Security::permissions, write("p.p7s", permissions("CN = app", current(), m_ca))); },
-         path("p.p7s"), "grants 'CN = app', not the identity CN=app of " + v.identityCertificate},
-        {"governance given as permissions", [&] { return with(&Security::permissions, v.governance); }, v.governance,
-         "not a permissions document (no <dds><permissions><grant>)"},
-        {"signed text that is not XML",
-         [&] { return with(&Security::permissions, write("p.p7s", ks::signDocument("<dds><permissions>", m_ca))); },
-         path("p.p7s"), "not XML ("},
+    // rest, with their whole texts: (the file put in place, what the error says after "<file>: ").
+    const std::vector<std::tuple<std::string Security::*, std::string, std::string>> faults = {
+        {&Security::identityCertificate, path("early.pem"),
+         "certificate not valid before " + ks::isoTime(m_now + kDay) + "Z"},
+        {&Security::privateKey, path("other.key"), "private key does not belong to the certificate " + v.identityCertificate},
+        {&Security::governance, write("changed.p7s", changed),
+         "signature does not verify against the permissions CA " + ca + " (changed after signing)"},
+        {&Security::governance, write("other-ca.p7s", ks::signDocument(governance, m_otherCa)),
+         "signed by another CA than the permissions CA " + ca + " (signer CN=other CA)"},
+        {&Security::governance, write("g.xml", governance), "not an S/MIME signed document"},
+        {&Security::permissions, write("spelt.p7s", permissions("CN = app", current(), m_ca)),
+         "grants 'CN = app', not the identity CN=app of " + v.identityCertificate},
+        {&Security::permissions, v.governance, "not a permissions document (no <dds><permissions><grant>)"},
+        {&Security::permissions, write("not-xml.p7s", ks::signDocument("<dds><permissions>", m_ca)), "not XML ("},
     };
-    for (const auto& fault : faults) {
-        const std::string error = refusal(fault.spoil());
-        EXPECT_EQ(error.rfind(fault.file + ": " + fault.expected, 0), 0u) << fault.what << ": " << error;
+    for (const auto& [member, file, expected] : faults) {
+        Security s = v;
+        s.*member = file;
+        const std::string error = refusal(s);
+        EXPECT_EQ(error.rfind(file + ": " + expected, 0), 0u) << error;
     }
 }
 
