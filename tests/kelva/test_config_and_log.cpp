@@ -125,6 +125,27 @@ permissions = "p.p7s"
     EXPECT_EQ(&c.qosFor("M_Log_IService_CmdWrite"), &c.qos[1]);
     EXPECT_EQ(&c.qosFor("M_Alert_IClient_ReportAlertStatus"), &c.qos[2]);
     EXPECT_EQ(&c.qosFor("M_Alert_IService_CmdRaiseAlarm"), &c.qos[3]);
+    // The rules reach the DDS entities. A disposal must not unregister, and a writer going away must not
+    // dispose what it reported.
+    const kelva::access::QosPattern video(c.qos[0]), logs(c.qos[1]);
+    dds_history_kind_t history{};
+    int32_t depth = 0;
+    for (const dds_qos_t* qos : {video.qosTopic(), video.qosWrite(), video.qosRead()}) {
+        dds_durability_kind_t durability{};
+        ASSERT_TRUE(dds_qget_durability(qos, &durability));
+        EXPECT_EQ(durability, DDS_DURABILITY_TRANSIENT_LOCAL);
+        ASSERT_TRUE(dds_qget_history(qos, &history, &depth));
+        EXPECT_EQ(depth, 4);
+    }
+    bool autodispose = true;
+    ASSERT_TRUE(dds_qget_writer_data_lifecycle(video.qosWrite(), &autodispose));
+    EXPECT_FALSE(autodispose);
+    // The writer of a keep-all topic keeps the bound the rule gives it; its readers keep all.
+    ASSERT_TRUE(dds_qget_history(logs.qosWrite(), &history, &depth));
+    EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
+    EXPECT_EQ(depth, 500);
+    ASSERT_TRUE(dds_qget_history(logs.qosRead(), &history, &depth));
+    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
 
     // Absolute paths as the platform spells them ("/etc/extra.xml" is on the file's drive on Windows).
     const auto spelled = [&](const char* p) { return std::filesystem::absolute(m_dir / p).lexically_normal().string(); };
@@ -201,37 +222,6 @@ TEST_F(Configuration, SessionsOfANetworkShareTheDomainItsConfigurationMade) {
     const std::string refused = thrownText<std::runtime_error>([&] { SessionImpl::create(domain, c, false); });
     EXPECT_EQ(refused.rfind("cannot create DDS domain " + std::to_string(domain), 0), 0u) << refused;
     EXPECT_EQ(participantsOf(domain), 0);
-}
-
-TEST(QosPattern, EntitiesGetTheRulesQos) {
-    kelva::config::QosRule rule;
-    rule.match = "*";
-    rule.durability = Durability::TransientLocal;
-    rule.historyDepth = 3;
-    const kelva::access::QosPattern pattern(rule);
-    dds_history_kind_t history{};
-    int32_t depth = 0;
-    for (const dds_qos_t* qos : {pattern.qosTopic(), pattern.qosWrite(), pattern.qosRead()}) {
-        dds_durability_kind_t durability{};
-        ASSERT_TRUE(dds_qget_durability(qos, &durability));
-        EXPECT_EQ(durability, DDS_DURABILITY_TRANSIENT_LOCAL);
-        ASSERT_TRUE(dds_qget_history(qos, &history, &depth));
-        EXPECT_EQ(depth, 3);
-    }
-    // A disposal must not unregister, and a writer going away must not dispose what it reported.
-    bool autodispose = true;
-    ASSERT_TRUE(dds_qget_writer_data_lifecycle(pattern.qosWrite(), &autodispose));
-    EXPECT_FALSE(autodispose);
-
-    // The writer of a keep-all topic keeps the bound the rule gives it; its readers keep all.
-    rule.historyDepth = 0;
-    rule.writerHistoryDepth = 1000;
-    const kelva::access::QosPattern bounded(rule);
-    ASSERT_TRUE(dds_qget_history(bounded.qosWrite(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_LAST);
-    EXPECT_EQ(depth, 1000);
-    ASSERT_TRUE(dds_qget_history(bounded.qosRead(), &history, &depth));
-    EXPECT_EQ(history, DDS_HISTORY_KEEP_ALL);
 }
 
 TEST(GlobMatch, StarAndQuestionMark) {
