@@ -44,7 +44,7 @@ using ::unsetenv;
 #endif
 
 TEST_F(Configuration, TheEnvironmentsFileSetsEverySettingOverTheDefaults) {
-    // KELVA_CONFIG is unset for the test's life (the process's own configuration is read once).
+    // KELVA_CONFIG unset before and after: a later session of this process would read it.
     struct Unset {
         Unset() { unsetenv("KELVA_CONFIG"); }
         ~Unset() { unsetenv("KELVA_CONFIG"); }
