@@ -90,7 +90,7 @@ TEST_P(Recovery, KeepsEveryWholeChunkWhereverTheFileIsCut) {
 INSTANTIATE_TEST_SUITE_P(Compressions, Recovery, ::testing::Values(Compression::None, Compression::Zstd, Compression::Lz4),
                          [](const auto& info) { return std::string(compressionName(info.param)).empty() ? "none" : compressionName(info.param); });
 
-TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhy) {
+TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhyKeepsClosedFilesAndRefusesHeaderless) {
     const TempDir dir;
     const auto messages = sampleMessages(kMessages);
     const Crashed crashed = crashAfterFlushes(dir, messages, Compression::Zstd);
@@ -112,16 +112,12 @@ TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhy) {
     EXPECT_TRUE(std::equal(got.begin(), got.end(), messages.begin()));
     EXPECT_EQ(s.keptBytes, secondEnd);
     EXPECT_FALSE(s.droppedReason.empty());
-}
 
-TEST(RecoveryDamage, AClosedFileIsKeptWholeAndAFileWithoutHeaderIsRefused) {
-    const TempDir dir;
-    const auto messages = sampleMessages(kMessages);
+    // A closed file is kept whole; a file without a header is refused.
     record(dir.file("closed.mcap"), messages);
-    const Salvage s = inspect(dir.file("closed.mcap"));
-    EXPECT_TRUE(s.closed);
-    EXPECT_EQ(s.messages, kMessages);
-
+    const Salvage closed = inspect(dir.file("closed.mcap"));
+    EXPECT_TRUE(closed.closed);
+    EXPECT_EQ(closed.messages, kMessages);
     writeBytes(dir.file("short.mcap"), {0x89, 'M', 'C', 'A', 'P', 0x30, '\r', '\n', 0x01, 0x10});
     EXPECT_THROW(recover(dir.file("short.mcap"), dir.file("out.mcap")), McapError);
     EXPECT_FALSE(std::filesystem::exists(dir.file("out.mcap")));  // nothing half-made

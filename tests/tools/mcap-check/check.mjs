@@ -8,7 +8,6 @@
 //
 //   node check.mjs FILE [EXPECTED.jsonl]
 import { readFileSync } from "node:fs";
-import { open } from "node:fs/promises";
 import { isDeepStrictEqual } from "node:util";
 
 import { McapIndexedReader } from "@mcap/core";
@@ -18,21 +17,6 @@ import lz4 from "@foxglove/wasm-lz4";
 import zstd from "@foxglove/wasm-zstd";
 
 class CheckError extends Error {}
-
-function readable(handle, size) {
-  return {
-    size: async () => size,
-    read: async (offset, length) => {
-      const buffer = new Uint8Array(Number(length));
-      // A bigint position is taken as "the current position" by some Node versions: pass a number.
-      const { bytesRead } = await handle.read(buffer, 0, buffer.length, Number(offset));
-      if (bytesRead !== buffer.length) {
-        throw new CheckError(`short read: ${bytesRead} of ${length} bytes at offset ${offset}`);
-      }
-      return buffer;
-    },
-  };
-}
 
 // One decoder per channel, built from the channel's schema the first time a message needs it.
 function decoderFor(reader, channel, decoders) {
@@ -62,52 +46,53 @@ const normal = (v) => Array.isArray(v) ? v.map(normal)
 async function check(file, expectedFile) {
   const expected = expectedFile &&
     readFileSync(expectedFile, "utf8").split("\n").filter((l) => l.trim()).map((l) => normal(JSON.parse(l)));
-  const handle = await open(file, "r").catch((e) => {
-    throw new CheckError(`cannot open: ${e.message}`);
-  });
+  let data;
   try {
-    const { size } = await handle.stat({ bigint: true });
-    await zstd.isLoaded;
-    await lz4.isLoaded;
-    const reader = await McapIndexedReader.Initialize({
-      readable: readable(handle, size),
-      decompressHandlers: {
-        zstd: (buffer, decompressedSize) => zstd.decompress(buffer, Number(decompressedSize)),
-        lz4: (buffer, decompressedSize) => lz4(buffer, Number(decompressedSize)),
-      },
-    });
-    const decoders = new Map();
-    const out = [];
-    let differing = 0;
-    for await (const message of reader.readMessages({ validateCrcs: true })) {
-      const channel = reader.channelsById.get(message.channelId);
-      if (!channel) throw new CheckError(`message on channel ${message.channelId}, which the summary lacks`);
-      let value;
-      try {
-        value = decoderFor(reader, channel, decoders).readMessage(message.data);
-      } catch (e) {
-        if (e instanceof CheckError) throw e;
-        throw new CheckError(`${channel.topic}: message at log time ${message.logTime} does not decode: ${e.message}`);
-      }
-      const line = text({ topic: channel.topic, logTime: message.logTime, publishTime: message.publishTime, value });
-      const wanted = expected?.[out.length];
-      if (expected && !isDeepStrictEqual(normal(JSON.parse(line)), wanted) && ++differing <= 5) {
-        console.log(`${channel.topic} at ${message.logTime}:\n  recorded ${JSON.stringify(wanted)}\n  decoded  ${line}`);
-      }
-      out.push(expected ? "" : line);
+    data = readFileSync(file);
+  } catch (e) {
+    throw new CheckError(`cannot read: ${e.message}`);
+  }
+  await zstd.isLoaded;
+  await lz4.isLoaded;
+  const reader = await McapIndexedReader.Initialize({
+    readable: {
+      size: async () => BigInt(data.length),
+      read: async (offset, length) => data.subarray(Number(offset), Number(offset + length)),
+    },
+    decompressHandlers: {
+      zstd: (buffer, decompressedSize) => zstd.decompress(buffer, Number(decompressedSize)),
+      lz4: (buffer, decompressedSize) => lz4(buffer, Number(decompressedSize)),
+    },
+  });
+  const decoders = new Map();
+  const out = [];
+  let differing = 0;
+  for await (const message of reader.readMessages({ validateCrcs: true })) {
+    const channel = reader.channelsById.get(message.channelId);
+    if (!channel) throw new CheckError(`message on channel ${message.channelId}, which the summary lacks`);
+    let value;
+    try {
+      value = decoderFor(reader, channel, decoders).readMessage(message.data);
+    } catch (e) {
+      if (e instanceof CheckError) throw e;
+      throw new CheckError(`${channel.topic}: message at log time ${message.logTime} does not decode: ${e.message}`);
     }
-    if (reader.statistics && reader.statistics.messageCount !== BigInt(out.length)) {
-      throw new CheckError(`read ${out.length} messages, the statistics state ${reader.statistics.messageCount}`);
+    const line = text({ topic: channel.topic, logTime: message.logTime, publishTime: message.publishTime, value });
+    const wanted = expected?.[out.length];
+    if (expected && !isDeepStrictEqual(normal(JSON.parse(line)), wanted) && ++differing <= 5) {
+      console.log(`${channel.topic} at ${message.logTime}:\n  recorded ${JSON.stringify(wanted)}\n  decoded  ${line}`);
     }
-    if (!expected) {
-      if (out.length > 0) process.stdout.write(out.join("\n") + "\n");
-    } else if (differing > 0 || out.length !== expected.length) {
-      throw new CheckError(`${expected.length} messages recorded, ${out.length} decoded, ${differing} differ`);
-    } else {
-      console.log(`${out.length} messages decoded as recorded`);
-    }
-  } finally {
-    await handle.close();
+    out.push(expected ? "" : line);
+  }
+  if (reader.statistics && reader.statistics.messageCount !== BigInt(out.length)) {
+    throw new CheckError(`read ${out.length} messages, the statistics state ${reader.statistics.messageCount}`);
+  }
+  if (!expected) {
+    if (out.length > 0) process.stdout.write(out.join("\n") + "\n");
+  } else if (differing > 0 || out.length !== expected.length) {
+    throw new CheckError(`${expected.length} messages recorded, ${out.length} decoded, ${differing} differ`);
+  } else {
+    console.log(`${out.length} messages decoded as recorded`);
   }
 }
 
