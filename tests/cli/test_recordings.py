@@ -1,6 +1,6 @@
 """Recordings that survive: a recorder killed mid-stream leaves a file `recover` makes whole again (checked
 by an independent reader against a second recorder that was closed properly), and split recordings are
-each a complete file and together hold every message sent."""
+each a complete file and together hold every message sent. tests/cli/measure_recovery.py measures the first."""
 
 import json
 import os
@@ -28,13 +28,16 @@ RATE = 100  # sends per second
 needs_reader = pytest.mark.skipif(not MCAP_CHECK, reason="the independent reader (tests/tools/mcap-check) is not installed")
 
 
+def run(*args):
+    return subprocess.run([TOOL, *map(str, args)], capture_output=True, text=True, timeout=60)
+
+
 def recorder(path, *options):
-    cmd = [TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, TOPIC]
-    return Process(cmd, stdin=False)
+    return Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, TOPIC], stdin=False)
 
 
-def sender(count):
-    return Process([TOOL, "call", "--domain", DOMAIN, "--rate", str(RATE), "--count", str(count), "-q",
+def sender(count, rate=RATE):
+    return Process([TOOL, "call", "--domain", DOMAIN, "--rate", str(rate), "--count", str(count), "-q",
                     "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": CONDITION})], stdin=False)
 
 
@@ -47,29 +50,36 @@ def publish_times(path):
     return [int(line["publishTime"]) for line in lines]
 
 
-@needs_reader
-def test_a_killed_recording_is_recovered_up_to_its_last_flushed_chunk(tmp_path):
-    killed, reference, fixed = tmp_path / "killed.mcap", tmp_path / "reference.mcap", tmp_path / "fixed.mcap"
+def kill_and_recover(tmp, rate, seconds):
+    """Two recorders of a stream of `rate` commands a second: one SIGKILLed mid-stream `seconds` after its first
+    flush, the other closed properly as the reference; the killed file recovered. Returns the time of the kill
+    (ns), the three files and what the recovery printed."""
+    killed, reference, fixed = tmp / "killed.mcap", tmp / "reference.mcap", tmp / "fixed.mcap"
     victim, witness = recorder(killed), recorder(reference)
     assert wait_until(lambda: victim.matching("recording") and witness.matching("recording"))
     time.sleep(1.0)  # both recorders' readers are matched
-    send = sender(100000)
+    send = sender(10**8, rate)
     assert wait_until(lambda: killed.exists() and killed.stat().st_size > 0), victim.report()  # a first flush
-    time.sleep(2.5)  # mid-stream: more chunks flushed and one in flight
-    killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness)
+    time.sleep(seconds)  # more chunks flushed and one in flight
+    killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness, settle=1.0)
     assert witness_exit == 0, witness.report()
+    done = run("recover", killed, "-o", fixed)
+    assert done.returncode == 0, done.stderr
+    return killed_at, killed, reference, fixed, done.stdout
 
+
+@needs_reader
+def test_a_killed_recording_is_recovered_up_to_its_last_flushed_chunk(tmp_path):
+    killed_at, killed, reference, fixed, recovered = kill_and_recover(tmp_path, RATE, 2.5)
     # The killed file is refused, but info says what a recovery keeps.
-    info = subprocess.run([TOOL, "info", "--json", str(killed)], capture_output=True, text=True, timeout=60)
+    info = run("info", "--json", killed)
     assert info.returncode == 2 and info.stderr.startswith(f"vantrel: {killed}: "), info.stderr
     recoverable = json.loads(info.stdout)["recoverable"]
-    text = subprocess.run([TOOL, "info", str(killed)], capture_output=True, text=True, timeout=60)
-    assert f"recoverable: {recoverable['messages']} messages" in text.stdout, text.stdout
-
-    done = subprocess.run([TOOL, "recover", str(killed), "-o", str(fixed)], capture_output=True, text=True, timeout=60)
-    assert done.returncode == 0, done.stderr
-    assert f"kept:    {recoverable['messages']} messages" in done.stdout, done.stdout
-    again = subprocess.run([TOOL, "recover", str(killed), "-o", str(fixed)], capture_output=True, text=True, timeout=60)
+    assert f"recoverable: {recoverable['messages']} messages" in run("info", killed).stdout
+    assert f"kept:    {recoverable['messages']} messages" in recovered, recovered
+    replay = run("replay", "--domain", DOMAIN, killed)
+    assert replay.returncode == 2 and replay.stderr.startswith(f"vantrel: {killed}: "), replay.stderr
+    again = run("recover", killed, "-o", fixed)
     assert again.returncode == 2 and "exists" in again.stderr
 
     sent = publish_times(reference)
@@ -92,14 +102,11 @@ def pty_recorder(path, *options):
     shown = []
 
     def read():
-        while True:
-            try:
-                chunk = os.read(master, 4096)
-            except OSError:  # the terminal's other end is closed
-                break
-            if not chunk:
-                break
-            shown.append(chunk.decode(errors="replace"))
+        try:
+            while chunk := os.read(master, 4096):
+                shown.append(chunk.decode(errors="replace"))
+        except OSError:  # the terminal's other end is closed
+            pass
         os.close(master)
 
     reader = threading.Thread(target=read, daemon=True)
