@@ -13,7 +13,9 @@ import tempfile
 HERE = os.path.dirname(os.path.abspath(__file__))
 os.environ["VANTREL_TOOL"] = os.path.join(sys.argv[1], "tools", "vantrel", "vantrel")
 os.environ["VANTREL_MCAP_CHECK"] = os.path.join(HERE, "..", "tools", "mcap-check", "check.mjs")
-from test_recordings import kill_and_recover, publish_times  # noqa: E402
+os.environ["VANTREL_ALERT_DEMO"] = os.path.join(sys.argv[1], "examples", "alert", "alert_demo")
+os.environ["VANTREL_WITH_DOMAIN"] = os.path.join(sys.argv[1], "tests", "support", "vantrel-with-domain")
+from test_vantrel import kill_and_recover, publish_times  # noqa: E402
 from vantrel_testing import loopback_problem  # noqa: E402
 
 seconds = float(sys.argv[2]) if len(sys.argv) > 2 else 10.0
