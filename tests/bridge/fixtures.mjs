@@ -56,10 +56,6 @@ export class Process {
   }
 }
 
-export function alertService(seconds = 300) {
-  return new Process(ALERT_DEMO, ["service", DOMAIN, String(seconds)]);
-}
-
 export function tool(...args) {
   return new Process(TOOL, args);
 }
@@ -74,17 +70,22 @@ export async function startBridge(...args) {
 
 // A protocol client that keeps what it receives.
 export async function connect(port) {
-  const client = new FoxgloveClient({
-    ws: new WebSocket(`ws://127.0.0.1:${port}`, [FoxgloveClient.SUPPORTED_SUBPROTOCOL]),
-  });
+  const ws = new WebSocket(`ws://127.0.0.1:${port}`, [FoxgloveClient.SUPPORTED_SUBPROTOCOL]);
+  const client = new FoxgloveClient({ ws });
+  client.ws = ws;  // its socket paused, the client stops reading as a stuck viewer does
   client.channels = new Map();
   client.statuses = [];
+  client.dropped = 0;  // as the bridge's statuses report them
   client.messages = [];
   client.subscriptions = new Map();  // subscription id -> channel
   client.on("serverInfo", (info) => { client.serverInfo = info; });
   client.on("advertise", (channels) => { for (const c of channels) client.channels.set(c.id, c); });
   client.on("unadvertise", (ids) => { for (const id of ids) client.channels.delete(id); });
-  client.on("status", (s) => client.statuses.push(s));
+  client.on("status", (s) => {
+    client.statuses.push(s);
+    const dropped = /^dropped (\d+) messages/.exec(s.message);
+    if (dropped) client.dropped += Number(dropped[1]);
+  });
   client.on("message", (m) => client.messages.push({
     channel: client.subscriptions.get(m.subscriptionId),
     timestamp: m.timestamp,

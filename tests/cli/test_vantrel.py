@@ -1,12 +1,18 @@
 """The vantrel tool end to end: every verb as a separate process against a running alert service on
-loopback, recordings checked by an independent reader, and bad input refused with exit code 2."""
+loopback, recordings checked by an independent reader, bad input refused with exit code 2, and what a
+newcomer meets first (the demo's printed commands, the domain from VANTREL_DOMAIN, the nearest names), and
+recordings that survive: a recorder killed mid-stream leaves a file `recover` makes whole again (checked by an
+independent reader against a second recorder closed properly; tests/cli/measure_recovery.py measures it), and
+split recordings are each a complete file and together hold every message sent."""
 
 import json
 import os
+import pty
 import re
 import signal
 import subprocess
 import sys
+import threading
 import time
 from fnmatch import fnmatch
 
@@ -14,6 +20,7 @@ import pytest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
 from vantrel_testing import Process  # noqa: E402
+from vantrel_testing import kill_recorder_mid_stream  # noqa: E402
 from vantrel_testing import wait_until as wait_for  # noqa: E402
 
 TOOL = os.environ["VANTREL_TOOL"]
@@ -27,11 +34,11 @@ POWER = {"SubsystemName": "Power", "ComponentName": "Battery", "Measure": "Volta
 POWER_TEXT = "[SubsystemName: Power, ComponentName: Battery, Measure: Voltage, Nature: Low, AlarmDescription: below 22 V]"
 
 
-def tool(*args, domain=DOMAIN, timeout=60, check=False):
-    cmd = [TOOL, *args]
+def tool(*args, domain=DOMAIN, timeout=60, check=False, env=None):
+    cmd = [TOOL, *map(str, args)]
     if domain is not None and args and args[0] in ("ps", "echo", "hz", "bw", "call", "pub", "record", "replay"):
         cmd[2:2] = ["--domain", str(domain)]
-    done = subprocess.run(cmd, capture_output=True, text=True, timeout=timeout)
+    done = subprocess.run(cmd, capture_output=True, text=True, timeout=timeout, env=env)
     if check:
         assert done.returncode == 0, f"{cmd}: {done.returncode}\n{done.stdout}\n{done.stderr}"
     return done
@@ -60,7 +67,7 @@ def raise_alarm(condition=POWER, domain=DOMAIN):
     tool("call", "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": condition}), domain=domain, check=True)
 
 
-def test_list_selects_by_glob_and_shows_topics_keys_and_qos():
+def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest():
     every = [json.loads(line) for line in tool("list", "--json", check=True).stdout.splitlines()]
     if not os.environ.get("VANTREL_SUBSET"):  # a build of some modules only lists those
         assert len(every) == 424
@@ -76,8 +83,6 @@ def test_list_selects_by_glob_and_shows_topics_keys_and_qos():
     text = tool("list", "M_Alert", check=True).stdout
     assert text.startswith("M_Alert (interface 1.0.0)") and "IService.CmdRaiseAlarm" in text
 
-
-def test_show_expands_nested_types_and_names_the_signature():
     out = tool("show", "M_Alert.ReportAlarmLog", check=True).stdout
     assert "void ReportAlarmLog(const M_Alert::AlertIdType& KeyAlarmId, const M_Alert::AlarmLogType& Alarm, bool dispose)" in out
     assert "KeyAlarmId: string (M_Alert::AlertIdType) [key]" in out
@@ -89,9 +94,24 @@ def test_show_expands_nested_types_and_names_the_signature():
     schema = tool("show", "--schema", "M_Alert.CmdRaiseAlarm", check=True).stdout
     assert "struct CmdRaiseAlarm" in schema and "struct AlarmConditionInfoType" in schema
     assert tool("show", "M_Alert.NoSuchThing").returncode == 2
+    modules = tool("show", "M_Al*")
+    assert modules.returncode == 0 and modules.stdout.startswith("M_Alert (interface "), modules.stderr
+    commands = tool("show", "M_Alert.Cmd*")
+    assert commands.returncode == 0, commands.stderr
+    assert "M_Alert.IService.CmdRaiseAlarm\n" in commands.stdout and "Report" not in commands.stdout
+    listed = tool("list", "M_Alert.Cmd*").stdout
+    assert "IService.CmdRaiseAlarm" in listed and "ReportAlarmLog" not in listed
+    for args, near in ((["show", "M_Alrt"], "M_Alert"),
+                       (["show", "m_alert.cmdraisealarm"], "M_Alert.CmdRaiseAlarm"),
+                       (["echo", "M_Alert.IClient.ReportAlarmLg"], "M_Alert.IClient.ReportAlarmLog"),
+                       (["list", "M_Alrt.*"], "M_Alert.*")):
+        done = tool(*args)
+        assert done.returncode == 2 and f"did you mean {near}" in done.stderr, (args, done.stderr)
+    nothing = tool("show", "Gearbox")
+    assert nothing.returncode == 2 and "did you mean" not in nothing.stderr, nothing.stderr
 
 
-def test_call_reaches_the_service_and_echo_shows_state_and_disposals(service):
+def test_call_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_actors(service):
     raise_alarm()
     assert wait_for(lambda: service.matching(f"service: raise {POWER_TEXT} -> ALM-1"))
     # A late echo still sees the current state of the transient-local reports.
@@ -102,9 +122,26 @@ def test_call_reaches_the_service_and_echo_shows_state_and_disposals(service):
     assert log["dispose"] is False and log["value"]["KeyAlarmId"] == "ALM-1"
     assert log["value"]["Alarm"]["Condition"] == POWER and log["value"]["Alarm"]["Status"] == "Active"
     assert log["sender"] and seen["M_Alert.IClient.ReportAlertStatus"]["value"]["Status"]["NumberOfActiveWarningAlarms"] == 1
-    # Disposal: clearing the alarm disposes its log.
     watcher = Process([TOOL, "echo", "--domain", DOMAIN, "--keys", "M_Alert.IClient.ReportAlarmLog"], stdin=False)
     assert wait_for(lambda: watcher.matching("ReportAlarmLog"))  # the current state first
+
+    # ps while the watcher reads, in the domain VANTREL_DOMAIN names; -d wins over a variable that would not parse.
+    out = json.loads(tool("ps", "--json", "--wait", "3", domain=None, env={**os.environ, "VANTREL_DOMAIN": DOMAIN},
+                          check=True).stdout)
+    actor = next(a for a in out["actors"] if a["name"] == "alert-service")
+    assert actor["module"] == "M_Alert" and actor["side"] == "Service" and actor["version"] == "1.0.0"
+    assert "CmdRaiseAlarm" in actor["reads"] and "ReportAlertStatus" in actor["sends"]
+    assert actor["sends"]["ReportAlarmLog"]["readers"] >= 1  # the watcher
+    assert any(p["program"].endswith("alert_demo") for p in out["processes"])
+    assert out["mismatches"] == []
+    car = {**os.environ, "VANTREL_DOMAIN": "car"}
+    chosen = tool("ps", "--wait", "3", "-d", DOMAIN, domain=None, env=car)
+    assert chosen.returncode == 0 and "alert_demo" in chosen.stdout, chosen.stdout + chosen.stderr
+    bad = tool("ps", "--wait", "0", domain=None, env=car)
+    assert bad.returncode == 2 and "VANTREL_DOMAIN" in bad.stderr, bad.stderr
+    assert tool("list", "M_Alert", env=car).returncode == 0  # takes no domain
+
+    # Disposal: clearing the alarm disposes its log.
     sent = tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True).stdout
     # What is printed is what went out: the tool's own actor is the sender.
     assert re.match(r"sent M_Alert\.IService\.CmdClearAlarm \[kelva_sending_actor: [^,\s]+, AlarmIdList: ", sent), sent
@@ -114,30 +151,27 @@ def test_call_reaches_the_service_and_echo_shows_state_and_disposals(service):
     assert '"KeyAlarmId":"ALM-1"' in disposed and "M_Alert.IClient.ReportAlarmLog from " in disposed
 
 
-@pytest.mark.parametrize("arguments, message", [
-    ('{"Condition": {', "not valid JSON"),
-    ('{"Condition": {"Subsystem": "Power"}}', "Condition.Subsystem: no such member in M_Alert::AlarmConditionInfoType"),
-    ('{"Condition": {"SubsystemName": 12}}', "Condition.SubsystemName: expected a string, got 12"),
-    ('{"Condition": []}', "Condition: expected an object"),
-    ('{"Extra": 1}', "Extra: no such member"),
-])
-def test_call_refuses_bad_arguments_and_sends_nothing(service, arguments, message):
-    done = tool("call", "M_Alert.CmdRaiseAlarm", arguments)
-    assert done.returncode == 2 and message in done.stderr, done.stderr
+def test_call_refuses_bad_arguments_and_sends_nothing(service):
+    for operation, arguments, message in [
+        ("CmdRaiseAlarm", '{"Condition": {', "not valid JSON"),
+        ("CmdRaiseAlarm", '{"Condition": {"Subsystem": "Power"}}',
+         "Condition.Subsystem: no such member in M_Alert::AlarmConditionInfoType"),
+        ("CmdRaiseAlarm", '{"Condition": {"SubsystemName": 12}}', "Condition.SubsystemName: expected a string, got 12"),
+        ("CmdRaiseAlarm", '{"Condition": []}', "Condition: expected an object"),
+        ("CmdRaiseAlarm", '{"Extra": 1}', "Extra: no such member"),
+        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"Status": "Burning"}}',
+         "Alarm.Status: expected a literal of M_Alert::AlarmStatusKind (Unknown, Inactive, Active)"),
+        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"TimeAcknowledged": [{}, {}]}}',
+         "Alarm.TimeAcknowledged: optional holds 2 elements, at most 1"),
+    ]:
+        done = tool("call", f"M_Alert.{operation}", arguments)
+        assert done.returncode == 2 and message in done.stderr, (arguments, done.stderr)
+    for args in (["call", "M_Alert.CmdNothing"], ["call", "M_Alert.CmdRaiseAlarm", "{}", "--dispose"], ["frobnicate"]):
+        assert tool(*args).returncode == 2, args
     # What follows arrives first: nothing was sent before it.
     raise_alarm({**POWER, "Nature": "after"})
     assert wait_for(lambda: service.matching("service: raise"))
     assert len(service.matching("service: raise")) == 1 and "after" in service.matching("service: raise")[0]
-
-
-def test_call_checks_enumerations_bounds_and_operations():
-    bad_enum = tool("call", "M_Alert.ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"Status": "Burning"}}')
-    assert bad_enum.returncode == 2 and "Alarm.Status: expected a literal of M_Alert::AlarmStatusKind (Unknown, Inactive, Active)" in bad_enum.stderr
-    two = tool("call", "M_Alert.ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"TimeAcknowledged": [{}, {}]}}')
-    assert two.returncode == 2 and "Alarm.TimeAcknowledged: optional holds 2 elements, at most 1" in two.stderr
-    assert tool("call", "M_Alert.CmdNothing").returncode == 2
-    assert tool("call", "M_Alert.CmdRaiseAlarm", "{}", "--dispose").returncode == 2
-    assert tool("frobnicate").returncode == 2
 
 
 def test_hz_and_bw_measure_a_stream():
@@ -155,37 +189,29 @@ def test_hz_and_bw_measure_a_stream():
     assert band["bytes_per_s"] == pytest.approx(band["hz"] * band["mean_bytes"], rel=0.05)
 
 
-def test_ps_shows_actors_with_their_side_operations_and_peers(service):
-    assert wait_for(lambda: service.matching("service:") or True)
-    listener = Process([TOOL, "echo", "--domain", DOMAIN, "M_Alert.IClient.ReportAlertStatus"], stdin=False)
-    try:
-        out = json.loads(tool("ps", "--json", "--wait", "3", check=True).stdout)
-    finally:
-        listener.stop()
-    actor = next(a for a in out["actors"] if a["name"] == "alert-service")
-    assert actor["module"] == "M_Alert" and actor["side"] == "Service" and actor["version"] == "1.0.0"
-    assert "CmdRaiseAlarm" in actor["reads"] and "ReportAlertStatus" in actor["sends"]
-    assert actor["sends"]["ReportAlertStatus"]["readers"] >= 1  # the echo above
-    assert any(p["program"].endswith("alert_demo") for p in out["processes"])
-    assert out["mismatches"] == []
-
-
-def test_record_info_and_replay_into_a_fresh_domain(service, second_domain, tmp_path):
-    path = tmp_path / "drive.mcap"
-    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert"], stdin=False)
-    assert wait_for(lambda: recorder.matching("recording"))
-    time.sleep(1.0)  # the recorder's readers are matched
+def test_recordings_info_and_replays_into_a_fresh_domain(service, second_domain, tmp_path):
+    """Three recorders of one drive: what info and an independent reader find, replays of the commands into a
+    service of another domain (whole, from 1 s in, looping) and of the reports with their disposals, and bad
+    recordings refused without sending anything or overwriting."""
+    drive, logs, reports = tmp_path / "drive.mcap", tmp_path / "lz4.mcap", tmp_path / "reports.mcap"
+    recorders = [Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options], stdin=False)
+                 for path, options in ((drive, ["M_Alert"]), (logs, ["--compression", "lz4", "M_Alert"]),
+                                       (reports, ["M_Alert.IClient.ReportAlarmLog"]))]
+    assert wait_for(lambda: all(r.matching("recording") for r in recorders))
+    time.sleep(1.0)  # the recorders' readers are matched
     conditions = [{**POWER, "Nature": f"n{i}"} for i in range(3)]
-    for c in conditions:
+    raise_alarm(conditions[0])
+    time.sleep(2.0)  # the others come more than 1 s later
+    for c in conditions[1:]:
         raise_alarm(c)
     assert wait_for(lambda: len(service.matching("service: raise")) == 3), service.lines
     tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-2"]}', check=True)
     assert wait_for(lambda: service.matching("service: clear ALM-2"))
     time.sleep(1.0)
-    assert recorder.stop() == 0
-    assert recorder.matching("recorded ")
+    assert [r.stop() for r in recorders] == [0, 0, 0]
+    assert recorders[0].matching("recorded ")
 
-    info = json.loads(tool("info", "--json", str(path), check=True).stdout)
+    info = json.loads(tool("info", "--json", str(drive), check=True).stdout)
     by_topic = {(c["topic"], c["metadata"]["sample"]): c for c in info["channels"]}
     assert by_topic[("M_Alert_IService_CmdRaiseAlarm", "data")]["messages"] == 3
     assert by_topic[("M_Alert_IService_CmdClearAlarm", "data")]["messages"] == 1
@@ -194,130 +220,62 @@ def test_record_info_and_replay_into_a_fresh_domain(service, second_domain, tmp_
     assert info["indexed"] is True and info["compression"] == ["zstd"]
     # The writer of a channel's first sample, while it is still there (a one-shot call's is gone quickly).
     assert by_topic[("M_Alert_IClient_ReportAlarmLog", "data")]["metadata"]["writer_guid"]
-
-    # An independent reader decodes every message from the file's own schemas.
-    if MCAP_CHECK:
-        decoded = subprocess.run(["node", MCAP_CHECK, str(path)], capture_output=True, text=True, timeout=120)
+    assert json.loads(tool("info", "--json", str(logs), check=True).stdout)["compression"] == ["lz4"]
+    if MCAP_CHECK:  # an independent reader decodes every message from the file's own schemas
+        decoded = subprocess.run(["node", MCAP_CHECK, str(drive)], capture_output=True, text=True, timeout=120)
         assert decoded.returncode == 0, decoded.stderr
         raised = [json.loads(l)["value"] for l in decoded.stdout.splitlines() if '"M_Alert_IService_CmdRaiseAlarm"' in l]
         assert [r["Condition"] for r in raised] == conditions
 
-    # Replay into another domain: a real service there receives exactly the recorded commands.
+    good = logs.read_bytes()
+    again = tool("record", "-o", str(logs), "--duration", "1", "M_Alert")
+    assert again.returncode == 2 and "exists" in again.stderr
+    assert logs.read_bytes() == good
+    truncated, corrupt = tmp_path / "truncated.mcap", tmp_path / "corrupt.mcap"
+    truncated.write_bytes(good[: len(good) // 2])
+    corrupt.write_bytes(bytes(b ^ 0x5A if 40 <= i < min(len(good) - 40, 400) else b for i, b in enumerate(good)))
+
     other = Process([ALERT_DEMO, "service", second_domain, "300"], stdin=False)
+    commands = ("--topics", "M_Alert.IService.*", str(drive))
+    natures = lambda: [re.search(r"Nature: (\w+)", line).group(1) for line in other.matching("service: raise")]
     try:
-        time.sleep(1.0)
-        done = tool("replay", "--rate", "4", "--topics", "M_Alert.IService.*", str(path), domain=second_domain, check=True)
+        for bad in (truncated, corrupt, tmp_path / "missing.mcap"):
+            for verb in ("info", "replay"):
+                done = tool(verb, str(bad), domain=second_domain)
+                assert done.returncode == 2 and str(bad) in done.stderr, (verb, bad, done.stdout, done.stderr)
+        done = tool("replay", "--rate", "4", *commands, domain=second_domain, check=True)
         assert "replayed 4 messages" in done.stdout
         assert wait_for(lambda: len(other.matching("service: raise")) == 3 and other.matching("service: clear")), other.lines
-        raised = other.matching("service: raise")
-        assert [line.split(" -> ")[0] for line in raised] == [
+        # Exactly the recorded commands: the bad replays sent nothing.
+        assert [line.split(" -> ")[0] for line in other.matching("service: raise")] == [
             "service: raise " + POWER_TEXT.replace("Nature: Low", f"Nature: n{i}") for i in range(3)]
         assert other.matching("service: clear ALM-2")
+
+        done = tool("replay", "--rate", "0", "--start", "1", *commands, domain=second_domain, check=True)
+        assert "replayed 3 messages" in done.stdout
+        assert wait_for(lambda: len(natures()) == 5) and natures()[3:] == ["n1", "n2"], other.lines
+        looping = Process([TOOL, "replay", "--domain", second_domain, "--rate", "4", "--loop", *commands], stdin=False)
+        assert wait_for(lambda: len(natures()) >= 11, 60), other.lines
+        assert looping.stop() == 0
+        assert int(re.search(r"replayed (\d+) messages", "\n".join(looping.lines)).group(1)) >= 8, looping.report()
+        assert natures()[5:11] == ["n0", "n1", "n2"] * 2
     finally:
         other.stop()
 
-
-def test_replayed_reports_arrive_with_their_disposals(tmp_path, second_domain, service):
-    path = tmp_path / "reports.mcap"
-    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert.IClient.ReportAlarmLog"], stdin=False)
-    assert wait_for(lambda: recorder.matching("recording"))
-    time.sleep(1.0)
-    raise_alarm()
-    tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True)
-    assert wait_for(lambda: service.matching("service: clear ALM-1"))
-    time.sleep(1.0)
-    recorder.stop()
+    # The reports, replayed where no service writes them, arrive with their disposal and their sender.
     watcher = Process([TOOL, "echo", "--domain", second_domain, "--json", "M_Alert.IClient.ReportAlarmLog"], stdin=False)
     try:
         time.sleep(1.0)
-        tool("replay", str(path), domain=second_domain, check=True)
-        assert wait_for(lambda: len(watcher.matching("ReportAlarmLog")) == 2), watcher.lines
-        first, second = (json.loads(l) for l in watcher.matching("ReportAlarmLog"))
-        assert first["dispose"] is False and first["value"]["Alarm"]["Condition"] == POWER
-        assert second["dispose"] is True and second["value"]["KeyAlarmId"] == "ALM-1"
-        assert first["sender"] == second["sender"] != ""
+        tool("replay", str(reports), domain=second_domain, check=True)
+        # In recorded order; when the replay ends, its writer disposes the instances still alive.
+        assert wait_for(lambda: len(watcher.matching("ReportAlarmLog")) >= 4), watcher.lines
+        seen = [json.loads(line) for line in watcher.matching("ReportAlarmLog")[:4]]
+        assert [s["dispose"] for s in seen] == [False, False, False, True]
+        assert [s["value"]["Alarm"]["Condition"] for s in seen[:3]] == conditions
+        assert seen[3]["value"]["KeyAlarmId"] == "ALM-2"
+        assert seen[0]["sender"] != "" and all(s["sender"] == seen[0]["sender"] for s in seen)
     finally:
         watcher.stop()
-
-
-def test_bad_recordings_are_refused_and_nothing_is_overwritten(service, tmp_path):
-    path = tmp_path / "good.mcap"
-    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "--compression", "lz4", "M_Alert"], stdin=False)
-    assert wait_for(lambda: recorder.matching("recording"))
-    time.sleep(1.0)
-    raise_alarm()
-    assert wait_for(lambda: service.matching("service: raise"))
-    time.sleep(0.5)
-    recorder.stop()
-    good = path.read_bytes()
-    assert json.loads(tool("info", "--json", str(path), check=True).stdout)["compression"] == ["lz4"]
-
-    truncated = tmp_path / "truncated.mcap"
-    truncated.write_bytes(good[: len(good) // 2])
-    corrupt = tmp_path / "corrupt.mcap"
-    flipped = bytearray(good)
-    for i in range(40, min(len(flipped) - 40, 400)):
-        flipped[i] ^= 0x5A
-    corrupt.write_bytes(bytes(flipped))
-    for bad in (truncated, corrupt, tmp_path / "missing.mcap"):
-        for verb in ("info", "replay"):
-            done = tool(verb, str(bad))
-            assert done.returncode == 2, (verb, bad, done.stdout, done.stderr)
-            assert str(bad) in done.stderr
-    assert len(service.matching("service: raise")) == 1  # the bad replays sent nothing
-
-    again = tool("record", "-o", str(path), "--duration", "1", "M_Alert")
-    assert again.returncode == 2 and "exists" in again.stderr
-    assert path.read_bytes() == good
-
-
-def test_a_recording_never_closed_is_refused(service, tmp_path):
-    path = tmp_path / "killed.mcap"
-    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert"], stdin=False)
-    assert wait_for(lambda: recorder.matching("recording"))
-    time.sleep(1.0)
-    raise_alarm()
-    assert wait_for(lambda: service.matching("service: raise"))
-    time.sleep(1.0)
-    recorder.proc.send_signal(signal.SIGKILL)
-    recorder.finish()
-    assert path.exists()
-    for verb in ("info", "replay"):
-        done = tool(verb, str(path))
-        assert done.returncode == 2, (verb, done.stdout, done.stderr)
-        assert done.stderr.startswith(f"vantrel: {path}: "), done.stderr
-    assert len(service.matching("service: raise")) == 1  # the refused replay sent nothing
-
-
-def test_replay_starts_into_the_recording_and_loops_until_interrupted(service, second_domain, tmp_path):
-    path = tmp_path / "two.mcap"
-    recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), "M_Alert.IService.*"], stdin=False)
-    assert wait_for(lambda: recorder.matching("recording"))
-    time.sleep(1.0)
-    raise_alarm({**POWER, "Nature": "first"})
-    time.sleep(2.0)
-    raise_alarm({**POWER, "Nature": "second"})
-    assert wait_for(lambda: len(service.matching("service: raise")) == 2)
-    time.sleep(1.0)
-    assert recorder.stop() == 0
-
-    other = Process([ALERT_DEMO, "service", second_domain, "300"], stdin=False)
-    try:
-        time.sleep(1.0)
-        done = tool("replay", "--rate", "0", "--start", "1", str(path), domain=second_domain, check=True)
-        assert "replayed 1 messages" in done.stdout
-        assert wait_for(lambda: other.matching("service: raise"))
-        assert ["second" in line for line in other.matching("service: raise")] == [True]
-
-        looping = Process([TOOL, "replay", "--domain", second_domain, "--rate", "4", "--loop", str(path)], stdin=False)
-        assert wait_for(lambda: len(other.matching("service: raise")) >= 7, 60), other.lines
-        assert looping.stop() == 0
-        replayed = int(re.search(r"replayed (\d+) messages", "\n".join(looping.lines)).group(1))
-        assert replayed >= 6, looping.report()
-        natures = [re.search(r"Nature: (\w+)", line).group(1) for line in other.matching("service: raise")[1:]]
-        assert natures[:6] == ["first", "second"] * 3
-    finally:
-        other.stop()
 
 
 def test_the_tool_follows_the_topic_prefix_and_qos_rules_of_its_configuration(tmp_path):
@@ -347,3 +305,147 @@ def test_the_tool_follows_the_topic_prefix_and_qos_rules_of_its_configuration(tm
     finally:
         echo.stop()
         service.stop()
+
+
+def test_the_commands_the_demo_prints_see_the_demo():
+    source = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
+    build = os.environ.get("VANTREL_BUILD_DIR") or os.path.dirname(os.path.dirname(os.path.dirname(TOOL)))
+    demo = Process(["bash", os.path.join(source, "examples", "run-demo.sh"), build], stdin=False,
+                   env=dict(os.environ, VANTREL_DOMAIN=DOMAIN, VANTREL_DEMO_SECONDS="90"))
+    try:
+        assert demo.wait_for("(end of commands)", 30), demo.report()
+        commands = [line.strip() for line in demo.lines[:demo.lines.index("(end of commands)")] if line.startswith("    ")]
+        assert any(f"VANTREL_DOMAIN={DOMAIN}" in c for c in commands), commands
+        assert any("CYCLONEDDS_URI=file://" in c for c in commands), commands
+        # Pasted, one after the other, into a shell as a newcomer opens it: without the run's DDS and tool variables.
+        clean = {k: v for k, v in os.environ.items() if k not in ("CYCLONEDDS_URI", "VANTREL_DOMAIN", "KELVA_CONFIG")}
+        pasted = subprocess.run(["bash", "-e", "-c", "\n".join(commands)], capture_output=True, text=True,
+                                timeout=180, env=clean)
+        assert pasted.returncode == 0, pasted.stdout + pasted.stderr
+        out = pasted.stdout
+        assert "alert_demo" in out, out                                   # ps
+        logs = [line for line in out.splitlines() if " M_Alert.IClient.ReportAlarmLog from " in line]
+        assert any("battery voltage low" in line for line in logs), out  # echo: an alarm raised while it ran
+        assert re.search(r"M_Alert_I(Client|Service)_\w+: average rate [0-9.]+ Hz", out), out  # hz
+        assert f"waiting for writers on 1 topic of domain {DOMAIN}" in pasted.stderr, pasted.stderr
+        assert re.search(rf"waiting for writers on \d+ topics of domain {DOMAIN}", pasted.stderr), pasted.stderr
+    finally:
+        code = demo.stop()
+    assert code == 0 and "demo: stopped" in demo.lines, demo.report()
+
+
+TOPIC = "M_Alert.IService.CmdRaiseAlarm"
+RATE = 100  # sends per second
+
+needs_reader = pytest.mark.skipif(not MCAP_CHECK, reason="the independent reader (tests/tools/mcap-check) is not installed")
+
+
+def recorder(path, *options):
+    return Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, TOPIC], stdin=False)
+
+
+def sender(count, rate=RATE):
+    return Process([TOOL, "call", "--domain", DOMAIN, "--rate", str(rate), "--count", str(count), "-q",
+                    "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": POWER})], stdin=False)
+
+
+def publish_times(path):
+    """The publish times of every message, as the independent reader reads them through the file's index."""
+    done = subprocess.run(["node", MCAP_CHECK, str(path)], capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0, f"{path}: {done.stderr}"
+    lines = [json.loads(line) for line in done.stdout.splitlines()]
+    assert all(line["value"]["Condition"] == POWER for line in lines)
+    return [int(line["publishTime"]) for line in lines]
+
+
+def kill_and_recover(tmp, rate, seconds):
+    """Two recorders of a stream of `rate` commands a second: one SIGKILLed mid-stream `seconds` after its first
+    flush, the other closed properly as the reference; the killed file recovered. Returns the time of the kill
+    (ns), the three files and what the recovery printed."""
+    killed, reference, fixed = tmp / "killed.mcap", tmp / "reference.mcap", tmp / "fixed.mcap"
+    victim, witness = recorder(killed), recorder(reference)
+    assert wait_for(lambda: victim.matching("recording") and witness.matching("recording"))
+    time.sleep(1.0)  # both recorders' readers are matched
+    send = sender(10**8, rate)
+    assert wait_for(lambda: killed.exists() and killed.stat().st_size > 0), victim.report()  # a first flush
+    time.sleep(seconds)  # more chunks flushed and one in flight
+    killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness, settle=1.0)
+    assert witness_exit == 0, witness.report()
+    done = tool("recover", killed, "-o", fixed)
+    assert done.returncode == 0, done.stderr
+    return killed_at, killed, reference, fixed, done.stdout
+
+
+@needs_reader
+def test_a_killed_recording_is_recovered_up_to_its_last_flushed_chunk(tmp_path):
+    killed_at, killed, reference, fixed, recovered = kill_and_recover(tmp_path, RATE, 2.5)
+    # The killed file is refused, but info says what a recovery keeps.
+    info = tool("info", "--json", killed)
+    assert info.returncode == 2 and info.stderr.startswith(f"vantrel: {killed}: "), info.stderr
+    recoverable = json.loads(info.stdout)["recoverable"]
+    assert f"recoverable: {recoverable['messages']} messages" in tool("info", killed).stdout
+    assert f"kept:    {recoverable['messages']} messages" in recovered, recovered
+    replay = tool("replay", killed)
+    assert replay.returncode == 2 and replay.stderr.startswith(f"vantrel: {killed}: "), replay.stderr
+    again = tool("recover", killed, "-o", fixed)
+    assert again.returncode == 2 and "exists" in again.stderr
+
+    sent = publish_times(reference)
+    kept = publish_times(fixed)
+    before_kill = [t for t in sent if t <= killed_at]
+    assert len(kept) == recoverable["messages"] > 0
+    assert kept == sent[: len(kept)]  # every message up to the last flushed chunk, none missing
+    # Lost: at most what the last second's flush and the chunk in flight held (bound generously).
+    lost = len(before_kill) - len(kept)
+    last_seconds = [t for t in before_kill if t > killed_at - 4_000_000_000]
+    assert 0 <= lost <= len(last_seconds), (lost, len(last_seconds), len(before_kill))
+
+
+def pty_recorder(path, *options):
+    """A recorder whose stderr is a terminal (it shows its progress line there), and what it shows."""
+    master, slave = pty.openpty()
+    proc = subprocess.Popen([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, TOPIC],
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=slave, text=True)
+    os.close(slave)
+    shown = []
+
+    def read():
+        try:
+            while chunk := os.read(master, 4096):
+                shown.append(chunk.decode(errors="replace"))
+        except OSError:  # the terminal's other end is closed
+            pass
+        os.close(master)
+
+    reader = threading.Thread(target=read, daemon=True)
+    reader.start()
+    return proc, shown, reader
+
+
+@needs_reader
+def test_split_recordings_are_each_complete_and_together_hold_every_message(tmp_path):
+    by_time = recorder(tmp_path / "t.mcap", "--split-duration", "1")
+    by_size, shown, terminal = pty_recorder(tmp_path / "s.mcap", "--split-size", "0.004")
+    assert wait_for(lambda: by_time.matching("recording") and "recording" in "".join(shown))
+    time.sleep(1.0)  # both recorders' readers are matched
+    send = sender(300)
+    assert send.finish(seconds=120) == 0, send.report()
+    time.sleep(1.0)
+    assert by_time.stop() == 0, by_time.report()
+    by_size.send_signal(signal.SIGINT)
+    assert by_size.wait(timeout=60) == 0
+    terminal.join(timeout=10)
+
+    for stem, process_output in (("t", "\n".join(by_time.lines)), ("s", by_size.stdout.read())):
+        files = sorted(tmp_path.glob(f"{stem}_*.mcap"))
+        assert len(files) > 1 and files[0].name == f"{stem}_0000.mcap", files
+        assert f"to {len(files)} files" in process_output, process_output
+        per_file = [publish_times(f) for f in files]  # each file complete and indexed on its own
+        assert all(per_file), [len(p) for p in per_file]  # no empty file
+        assert sum(len(p) for p in per_file) == 300
+        joined = [t for p in per_file for t in p]
+        assert joined == sorted(joined)  # the files follow each other
+        if stem == "s":  # about the size asked for: the summary comes on top
+            assert all(f.stat().st_size < 4000 + 8192 for f in files), [f.stat().st_size for f in files]
+    assert "msg/s" in "".join(shown), shown  # a progress line on the terminal
+    assert not by_time.matching("msg/s")  # none when stderr is a pipe

@@ -1,5 +1,5 @@
-// Truncated, corrupted and hand-made files: the reader reports what is wrong as McapError and never
-// reads outside what it was given (the sanitizer builds run these too).
+// Truncated, corrupted and hand-made files: the reader reports what is wrong as McapError and never reads
+// outside what it was given (the sanitizer builds run these too).
 #include "ByteBuffer.h"
 #include "ByteReader.h"
 #include "Crc32.h"
@@ -8,20 +8,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <functional>
-
 namespace vantrel::mcap {
 namespace {
 
 using namespace detail;
-using testing::readAll;
-using testing::readBytes;
-using testing::record;
-using testing::Recorded;
-using testing::sampleMessages;
-using testing::TempDir;
-using testing::writeBytes;
+using namespace testing;
 
 // The message of the McapError that opening and reading everything throws; empty when none is thrown.
 // Any other exception fails the test.
@@ -38,31 +29,14 @@ std::string readError(const std::string& path) {
     return "";
 }
 
-void expectError(const std::string& path, const std::string& part) {
-    const std::string error = readError(path);
-    EXPECT_NE(error.find(part), std::string::npos) << "error: \"" << error << "\", expected it to mention \"" << part << "\"";
-}
-
 Footer footerOf(const std::vector<uint8_t>& file) {
     const std::size_t at = file.size() - sizeof kMagic - kFooterRecordSize + kRecordPrefix;
     ByteReader in(file.data() + at, 20, at, "footer");
     return decodeFooter(in);
 }
 
-void putU64(std::vector<uint8_t>& file, std::size_t at, uint64_t v) {
-    for (int i = 0; i < 8; ++i) file[at + i] = static_cast<uint8_t>(v >> (8 * i));
-}
-
-void putU32(std::vector<uint8_t>& file, std::size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) file[at + i] = static_cast<uint8_t>(v >> (8 * i));
-}
-
-// After an edit of the summary: its CRC made right again, so that the reader gets past it.
-void resealSummary(std::vector<uint8_t>& file) {
-    const Footer f = footerOf(file);
-    const std::size_t footerStart = file.size() - sizeof kMagic - kFooterRecordSize;
-    putU32(file, footerStart + kRecordPrefix + 16,
-           crc32(0, file.data() + f.summaryStart, footerStart + kRecordPrefix + 16 - f.summaryStart));
+void put(std::vector<uint8_t>& file, std::size_t at, uint64_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) file[at + i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
 // The data section of `file` with a footer that announces no summary.
@@ -74,6 +48,19 @@ std::vector<uint8_t> withoutSummary(const std::vector<uint8_t>& file) {
     tail.raw(kMagic, sizeof kMagic);
     out.insert(out.end(), tail.data(), tail.data() + tail.size());
     return out;
+}
+
+// A file written record by record: messages outside chunks, no summary.
+std::vector<uint8_t> handMade(const std::function<void(ByteBuffer&)>& records) {
+    ByteBuffer b;
+    b.raw(kMagic, sizeof kMagic);
+    encodeHeader(b, Header{"", "by hand"});
+    records(b);
+    encodeDataEnd(b, 0);
+    encodeFooterPrefix(b, 0, 0);
+    b.u32(0);
+    b.raw(kMagic, sizeof kMagic);
+    return std::vector<uint8_t>(b.data(), b.data() + b.size());
 }
 
 class CorruptInput : public ::testing::Test {
@@ -122,63 +109,66 @@ TEST_F(CorruptInput, EveryChangedByteIsReportedOrChangesNothing) {
 }
 
 TEST_F(CorruptInput, ErrorsSayWhatIsWrong) {
-    expectError(dir.file("missing.mcap"), "missing.mcap");
-    expectError(dir.file(""), "not a regular file");
-    writeBytes(path, {});
-    expectError(path, "not a recording");
-    writeBytes(path, std::vector<uint8_t>(100, 'a'));
-    expectError(path, "not a recording");
-    writeBytes(path, std::vector<uint8_t>(good.begin(), good.end() - 1));
-    expectError(path, "not closed");
-
     // A chunk whose records do not match its CRC (uncompressed, so that only the CRC can tell).
     record(dir.file("plain.mcap"), sampleMessages(10), WriterOptions{Compression::None, 1 << 20});
-    std::vector<uint8_t> bad = readBytes(dir.file("plain.mcap"));
-    const ChunkIndex ci = Reader(dir.file("plain.mcap")).chunkIndexes().at(0);
-    bad[ci.chunkStartOffset + ci.chunkLength - 3] ^= 0x10;
-    writeBytes(path, bad);
-    expectError(path, "CRC");
-    expectError(path, "chunk at offset " + std::to_string(ci.chunkStartOffset));
+    std::vector<uint8_t> badCrc = readBytes(dir.file("plain.mcap"));
+    const ChunkIndex plain = Reader(dir.file("plain.mcap")).chunkIndexes().at(0);
+    badCrc[plain.chunkStartOffset + plain.chunkLength - 3] ^= 0x10;
 
-    // A changed summary without a matching CRC.
-    bad = good;
-    bad[footerOf(good).summaryStart + 12] ^= 0x01;
-    writeBytes(path, bad);
-    expectError(path, "summary section");
-}
-
-TEST_F(CorruptInput, WrongChunkIndexOffsetsAreReported) {
-    // Find the first chunk index record in the summary; its chunk offset is the third field.
+    // Chunk indexes that point elsewhere, in a summary whose CRC is made right again.
     const Footer f = footerOf(good);
     ByteReader summary(good.data() + f.summaryStart, f.summaryOffsetStart - f.summaryStart, f.summaryStart, "summary");
     RawRecord r;
-    std::size_t chunkOffsetField = 0;
-    while (nextRecord(summary, r)) {
-        if (r.opcode == static_cast<uint8_t>(Opcode::ChunkIndex)) {
-            chunkOffsetField = r.offset + kRecordPrefix + 16;
-            break;
-        }
+    while (nextRecord(summary, r) && r.opcode != static_cast<uint8_t>(Opcode::ChunkIndex)) {
     }
-    ASSERT_NE(chunkOffsetField, 0U);
+    ASSERT_EQ(r.opcode, static_cast<uint8_t>(Opcode::ChunkIndex));
+    const std::size_t chunkOffsetField = r.offset + kRecordPrefix + 16;  // after the start and end times
     const ChunkIndex first = Reader(dir.file("good.mcap")).chunkIndexes().at(0);
+    const auto indexing = [&](uint64_t offset, uint64_t length) {
+        std::vector<uint8_t> bad = good;
+        put(bad, chunkOffsetField, offset, 8);
+        put(bad, chunkOffsetField + 8, length, 8);
+        const std::size_t footerStart = bad.size() - sizeof kMagic - kFooterRecordSize;
+        put(bad, footerStart + kRecordPrefix + 16,
+            crc32(0, bad.data() + f.summaryStart, footerStart + kRecordPrefix + 16 - f.summaryStart), 4);
+        return bad;
+    };
+    std::vector<uint8_t> badSummary = good;
+    badSummary[f.summaryStart + 12] ^= 0x01;
+    // Without the summary's CRC, a damaged chunk is still caught by its own.
+    std::vector<uint8_t> unindexed = withoutSummary(good);
+    const ChunkIndex second = Reader(dir.file("good.mcap")).chunkIndexes().at(1);
+    unindexed[second.chunkStartOffset + second.chunkLength - 2] ^= 0x40;
 
-    std::vector<uint8_t> bad = good;
-    putU64(bad, chunkOffsetField, first.chunkStartOffset + 1);  // into the chunk: no chunk record there
-    resealSummary(bad);
-    writeBytes(path, bad);
-    expectError(path, "no chunk record");
-
-    bad = good;
-    putU64(bad, chunkOffsetField, f.summaryStart - 10);  // past the data section
-    resealSummary(bad);
-    writeBytes(path, bad);
-    expectError(path, "outside the data section");
-
-    bad = good;
-    putU64(bad, chunkOffsetField + 8, first.chunkLength + 1);  // a chunk length the record does not have
-    resealSummary(bad);
-    writeBytes(path, bad);
-    EXPECT_FALSE(readError(path).empty());
+    const struct {
+        std::vector<uint8_t> bytes;
+        std::vector<std::string> parts;  // of the error message
+    } cases[] = {
+        {{}, {"not a recording"}},
+        {std::vector<uint8_t>(100, 'a'), {"not a recording"}},
+        {std::vector<uint8_t>(good.begin(), good.end() - 1), {"not closed"}},
+        {badCrc, {"CRC", "chunk at offset " + std::to_string(plain.chunkStartOffset)}},
+        {badSummary, {"summary section"}},
+        {indexing(first.chunkStartOffset + 1, first.chunkLength), {"no chunk record"}},  // into the chunk
+        {indexing(f.summaryStart - 10, first.chunkLength), {"outside the data section"}},
+        {indexing(first.chunkStartOffset, first.chunkLength + 1), {}},  // a length the record does not have
+        {unindexed, {}},
+        {handMade([](ByteBuffer& b) { encodeMessage(b, 4, 1, 300, 299, "one", 3); }), {"channel 4"}},
+        {handMade([](ByteBuffer& b) { encodeChannel(b, Channel{4, 9, "/t", "cdr", {}}); }), {"schema 9"}},
+        {handMade([](ByteBuffer& b) {
+             b.u8(static_cast<uint8_t>(Opcode::Schema));
+             b.u64(1000);  // past the end of the data section
+         }),
+         {"claims 1000 bytes"}},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        writeBytes(path, cases[i].bytes);
+        const std::string error = readError(path);
+        EXPECT_FALSE(error.empty()) << "case " << i;
+        for (const std::string& part : cases[i].parts) EXPECT_NE(error.find(part), std::string::npos) << "case " << i << ": " << error;
+    }
+    EXPECT_NE(readError(dir.file("missing.mcap")).find("missing.mcap"), std::string::npos);
+    EXPECT_NE(readError(dir.file("")).find("not a regular file"), std::string::npos);
 }
 
 TEST_F(CorruptInput, AFileWithoutSummaryIsReadFromTheStart) {
@@ -191,30 +181,9 @@ TEST_F(CorruptInput, AFileWithoutSummaryIsReadFromTheStart) {
     EXPECT_EQ(reader.channels().size(), 3U);
     EXPECT_EQ(reader.schemas().size(), 3U);
     EXPECT_GT(reader.statistics().chunkCount, 1U);
-
     ReadOptions gamma;
     gamma.channelFilter = [](const Channel& c) { return c.topic == "gamma"; };
     EXPECT_EQ(readAll(reader, gamma).size(), 8U);
-
-    // Without the summary's CRC, a damaged chunk is still caught by its own.
-    std::vector<uint8_t> bad = withoutSummary(good);
-    const ChunkIndex ci = Reader(dir.file("good.mcap")).chunkIndexes().at(1);
-    bad[ci.chunkStartOffset + ci.chunkLength - 2] ^= 0x40;
-    writeBytes(path, bad);
-    EXPECT_FALSE(readError(path).empty());
-}
-
-// A file written record by record: messages outside chunks, no summary.
-std::vector<uint8_t> handMade(const std::function<void(ByteBuffer&)>& records) {
-    ByteBuffer b;
-    b.raw(kMagic, sizeof kMagic);
-    encodeHeader(b, Header{"", "by hand"});
-    records(b);
-    encodeDataEnd(b, 0);
-    encodeFooterPrefix(b, 0, 0);
-    b.u32(0);
-    b.raw(kMagic, sizeof kMagic);
-    return std::vector<uint8_t>(b.data(), b.data() + b.size());
 }
 
 TEST_F(CorruptInput, MessagesOutsideChunksAreReadInFileOrder) {
@@ -230,19 +199,6 @@ TEST_F(CorruptInput, MessagesOutsideChunksAreReadInFileOrder) {
     EXPECT_EQ(readAll(reader), expected);
     EXPECT_EQ(reader.statistics().messageStartTime, 100U);
     EXPECT_EQ(reader.statistics().messageEndTime, 300U);
-}
-
-TEST_F(CorruptInput, RecordsThatBreakTheOrderOfDefinitionsAreReported) {
-    writeBytes(path, handMade([](ByteBuffer& b) { encodeMessage(b, 4, 1, 300, 299, "one", 3); }));
-    expectError(path, "channel 4");
-    writeBytes(path, handMade([](ByteBuffer& b) { encodeChannel(b, Channel{4, 9, "/t", "cdr", {}}); }));
-    expectError(path, "schema 9");
-    // A record whose length passes the end of the data section.
-    writeBytes(path, handMade([](ByteBuffer& b) {
-                   b.u8(static_cast<uint8_t>(Opcode::Schema));
-                   b.u64(1000);
-               }));
-    expectError(path, "claims 1000 bytes");
 }
 
 }  // namespace

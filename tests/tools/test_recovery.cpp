@@ -7,24 +7,18 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <set>
 
 namespace vantrel::mcap {
 namespace {
 
-using testing::readAll;
-using testing::readBytes;
-using testing::Recorded;
-using testing::sampleMessages;
-using testing::TempDir;
-using testing::writeBytes;
+using namespace testing;
 
 constexpr std::size_t kMessages = 60;
 constexpr std::size_t kPerFlush = 15;
 
-// The bytes of a file whose writer flushed after every kPerFlush messages and then died, and the file
-// sizes (and message counts) at each flush.
+// The bytes of a file whose writer flushed after every kPerFlush messages and then died (the summary is
+// never written), and the file sizes (and message counts) at each flush.
 struct Crashed {
     std::vector<uint8_t> bytes;
     std::vector<std::pair<std::size_t, std::size_t>> flushes;  // (file size, messages written)
@@ -33,22 +27,13 @@ struct Crashed {
 Crashed crashAfterFlushes(const TempDir& dir, const std::vector<Recorded>& messages, Compression compression) {
     const std::string path = dir.file("live.mcap");
     Crashed crashed;
-    Writer writer(path, WriterOptions{compression, 1 << 20, "test"});
-    std::map<std::string, uint16_t> channels;
-    for (std::size_t i = 0; i < messages.size(); ++i) {
-        const Recorded& m = messages[i];
-        auto it = channels.find(m.topic);
-        if (it == channels.end()) {
-            const uint16_t schema = writer.addSchema("Type::" + m.topic, "omgidl", "struct S { long x; };");
-            it = channels.emplace(m.topic, writer.addChannel(schema, m.topic, "cdr")).first;
+    record(path, messages, WriterOptions{compression, 1 << 20, "test"}, [&](Writer& writer, std::size_t written) {
+        if (written % kPerFlush == 0) {
+            writer.flush(written == messages.size());
+            crashed.flushes.emplace_back(readBytes(path).size(), written);
         }
-        writer.write(it->second, m.sequence, m.logTime, m.publishTime, m.data.data(), m.data.size());
-        if ((i + 1) % kPerFlush == 0) {
-            writer.flush(i + 1 == messages.size());
-            crashed.flushes.emplace_back(readBytes(path).size(), i + 1);
-        }
-    }
-    crashed.bytes = readBytes(path);  // what a kill leaves now: the summary is never written
+        if (written == messages.size()) crashed.bytes = readBytes(path);  // what a kill leaves now
+    });
     return crashed;
 }
 
@@ -105,7 +90,7 @@ TEST_P(Recovery, KeepsEveryWholeChunkWhereverTheFileIsCut) {
 INSTANTIATE_TEST_SUITE_P(Compressions, Recovery, ::testing::Values(Compression::None, Compression::Zstd, Compression::Lz4),
                          [](const auto& info) { return std::string(compressionName(info.param)).empty() ? "none" : compressionName(info.param); });
 
-TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhy) {
+TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhyKeepsClosedFilesAndRefusesHeaderless) {
     const TempDir dir;
     const auto messages = sampleMessages(kMessages);
     const Crashed crashed = crashAfterFlushes(dir, messages, Compression::Zstd);
@@ -127,16 +112,12 @@ TEST(RecoveryDamage, StopsAtAZeroFilledTailOrADamagedChunkAndSaysWhy) {
     EXPECT_TRUE(std::equal(got.begin(), got.end(), messages.begin()));
     EXPECT_EQ(s.keptBytes, secondEnd);
     EXPECT_FALSE(s.droppedReason.empty());
-}
 
-TEST(RecoveryDamage, AClosedFileIsKeptWholeAndAFileWithoutHeaderIsRefused) {
-    const TempDir dir;
-    const auto messages = sampleMessages(kMessages);
-    testing::record(dir.file("closed.mcap"), messages);
-    const Salvage s = inspect(dir.file("closed.mcap"));
-    EXPECT_TRUE(s.closed);
-    EXPECT_EQ(s.messages, kMessages);
-
+    // A closed file is kept whole; a file without a header is refused.
+    record(dir.file("closed.mcap"), messages);
+    const Salvage closed = inspect(dir.file("closed.mcap"));
+    EXPECT_TRUE(closed.closed);
+    EXPECT_EQ(closed.messages, kMessages);
     writeBytes(dir.file("short.mcap"), {0x89, 'M', 'C', 'A', 'P', 0x30, '\r', '\n', 0x01, 0x10});
     EXPECT_THROW(recover(dir.file("short.mcap"), dir.file("out.mcap")), McapError);
     EXPECT_FALSE(std::filesystem::exists(dir.file("out.mcap")));  // nothing half-made
