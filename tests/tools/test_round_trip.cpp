@@ -1,6 +1,6 @@
 // What the reader adds to what the writer records: log-time order across overlapping chunks, filters,
 // edges, chunks stored uncompressed, and misuse of the writer. That a recording holds what was written,
-// with a summary describing it, is checked by an independent reader (decode_check.sh).
+// with a summary describing it, is checked by an independent reader (mcap-check/check.mjs).
 #include "McapTestFiles.h"
 
 #include <gtest/gtest.h>
