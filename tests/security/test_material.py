@@ -3,6 +3,7 @@ input refused with exit code 2 before anything is written."""
 
 import calendar
 import os
+import shutil
 import stat
 import subprocess
 import time
@@ -95,23 +96,23 @@ def test_permissions_grant_exactly_the_sides_of_the_catalogue(ca, tmp_path, oper
     assert subscribed == topics("M_Mount", "IService") | topics("M_Alert", "IClient") | own
 
 
-def test_setup_keeps_its_ca_and_writes_one_configuration_per_application(tmp_path):
-    first = tool("security", "setup", tmp_path, "--app", "cam:M_Mount=service")
-    assert first.returncode == 0, first.stderr
-    ca_before = (tmp_path / "ca.pem").read_bytes()
-    second = tool("security", "setup", tmp_path, "--app", "panel:M_Mount=client")
-    assert second.returncode == 0, second.stderr
-    assert (tmp_path / "ca.pem").read_bytes() == ca_before  # earlier applications stay valid
-    clash = tool("security", "setup", tmp_path, "--app", "ca:M_Mount=client")
-    assert clash.returncode == 2 and "'ca' names the CA's own files" in clash.stderr
-    assert (tmp_path / "ca.pem").read_bytes() == ca_before
-    for app in ("cam", "panel"):
-        toml = (tmp_path / f"{app}.toml").read_text()
+def test_setup_writes_one_configuration_per_application_and_keeps_its_ca(material, tmp_path):
+    for app in ("mount-service", "display", "bridge"):
+        toml = (material / f"{app}.toml").read_text()
         assert f'permissions = "{app}.permissions.p7s"' in toml and 'identity_ca = "ca.pem"' in toml
-        assert openssl("verify", "-CAfile", tmp_path / "ca.pem", tmp_path / f"{app}.pem").strip().endswith("OK")
-        check = tool("security", "check", tmp_path / f"{app}.toml")
+        assert openssl("verify", "-CAfile", material / "ca.pem", material / f"{app}.pem").strip().endswith("OK")
+        check = tool("security", "check", material / f"{app}.toml")
         assert check.returncode == 0 and f"ok (CN={app})" in check.stdout, check.stdout + check.stderr
-    assert tool("security", "check", tmp_path).returncode == 0
+    assert tool("security", "check", material).returncode == 0
+    d = tmp_path / "material"
+    shutil.copytree(material, d)
+    ca_before = (d / "ca.pem").read_bytes()
+    second = tool("security", "setup", d, "--app", "panel:M_Mount=client")
+    assert second.returncode == 0, second.stderr
+    assert (d / "ca.pem").read_bytes() == ca_before  # earlier applications stay valid
+    clash = tool("security", "setup", d, "--app", "ca:M_Mount=client")
+    assert clash.returncode == 2 and "'ca' names the CA's own files" in clash.stderr
+    assert (d / "ca.pem").read_bytes() == ca_before
 
 
 @pytest.mark.parametrize("args, message", [
