@@ -23,7 +23,7 @@ def sample(type_, seed):
     if kind == "enum":
         return list(type_.cls)[-1]
     if kind == "struct":
-        return struct_sample(type_.cls, seed)
+        return type_.cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(type_.cls))])
     if kind == "sequence":
         count = 1 if type_.bound == 1 else 2
         elements = [sample(type_.element, mix(seed, i)) for i in range(count)]
@@ -33,17 +33,9 @@ def sample(type_, seed):
     raise ValueError(f"no sample for kind {kind}")
 
 
-def struct_sample(cls, seed):
-    return cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(cls))])
-
-
 def arguments(operation, seed):
     """Non-default arguments of an operation, in API order."""
     return tuple(sample(p.type, mix(seed, i)) for i, p in enumerate(operation.params))
-
-
-def key_arguments(operation, args):
-    return [value for p, value in zip(operation.params, args) if p.key]
 
 
 KEEP = object()
