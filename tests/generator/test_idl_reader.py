@@ -312,16 +312,9 @@ class Errors(TempIdlDir):
         ("typedef string AType;\n/* never closed // <-\ntypedef string BType;", "unterminated /* comment"),
     ]
 
-    def test_module_faults(self):
-        for body, fragment in self.MODULE_CASES:
-            with self.subTest(fragment):
-                text = module_file("M_T", body)
-                path = write(self.dir, "M_T.idl", text)
-                self.assertIdlError(path, marked_line(text), fragment)
-
-    def test_file_faults(self):
+    def test_faults_name_the_file_and_line(self):
         plain = module_file("M_T", "typedef string AType;")
-        cases = [
+        cases = [(module_file("M_T", body), fragment) for body, fragment in self.MODULE_CASES] + [
             ('module VendorData { module M_T { typedef string AType; }; }; // <-\n', "include guard"),
             ("#ifndef G\n#define G\n#pragma once // <-\n#endif\n", "#pragma is outside the subset"),
             (plain.replace("#endif", "// <-"), "missing #endif"),
