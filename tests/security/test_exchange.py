@@ -5,7 +5,7 @@ only the service side may send, and a secured recording of the exchange replays 
 import json
 import time
 
-from conftest import DOMAIN, TOOL, Process, peer, tool, wait_until
+from conftest import DOMAIN, TOOL, Process, peer, tool, tool_ok, wait_until
 
 
 def by_operation(process, prefix):
@@ -85,8 +85,7 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
         # A new client: one that has the newer samples already drops the recorded ones.
         late = peer("client", display, modules=("M_Alert",))
         assert late.wait_for("ready"), late.report()
-        replay = tool("replay", "--domain", DOMAIN, "--wait-match", "10", recording, config=material / "bridge.toml")
-        assert replay.returncode == 0, replay.stdout + replay.stderr
+        tool_ok("replay", "--domain", DOMAIN, "--wait-match", "10", recording, config=material / "bridge.toml")
         assert wait_until(lambda: late.starting("received M_Alert."), 20), late.report()
     finally:
         codes = (service.finish(), client.finish(), late.finish() if late else 0)

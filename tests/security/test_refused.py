@@ -7,7 +7,7 @@ import shutil
 
 import pytest
 
-from conftest import DOMAIN, peer, tool
+from conftest import DOMAIN, peer, tool, tool_ok
 
 
 def flipped(path, text):
@@ -22,22 +22,19 @@ def flipped(path, text):
 
 def permissions(d, *grants, ca=None):
     """Display's permissions made anew, signed by `ca` (the domain's by default)."""
-    done = tool("security", "permissions", "display", "--ca", ca or d, "-o", d / "display.permissions.p7s",
-                *grants, "--force")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "permissions", "display", "--ca", ca or d, "-o", d / "display.permissions.p7s", *grants,
+            "--force")
     return d / "display.permissions.p7s"
 
 
 def identity(d, *args, ca=None):
-    done = tool("security", "identity", "display", "--ca", ca or d, "-o", d, *args, "--force")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "identity", "display", "--ca", ca or d, "-o", d, *args, "--force")
     return d / "display.pem"
 
 
 def foreign_ca(d):
     """A CA of its own: what it signs is not trusted by the domain's CA."""
-    done = tool("security", "ca", "-o", d / "foreign")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "ca", "-o", d / "foreign")
     return d / "foreign"
 
 
