@@ -4,6 +4,10 @@ the generated C++ round-trip tests make theirs): numbers 1..100 (x.5 for floatin
 
 from vantrel import catalog
 
+INTEGER_RANGES = {"octet": (0, 255), "int16": (-2**15, 2**15 - 1), "uint16": (0, 2**16 - 1),
+                  "int32": (-2**31, 2**31 - 1), "uint32": (0, 2**32 - 1), "int64": (-2**63, 2**63 - 1),
+                  "uint64": (0, 2**64 - 1)}
+
 
 def mix(seed, index):
     return (seed * 7 + index + 1) % 1000003
@@ -15,7 +19,7 @@ def sample(type_, seed):
         return True
     if kind in ("float", "double"):
         return 0.5 + seed % 1000
-    if kind in ("octet", "int16", "uint16", "int32", "uint32", "int64", "uint64"):
+    if kind in INTEGER_RANGES:
         return 1 + seed % 100
     if kind == "string":
         text = f"{seed}_v"

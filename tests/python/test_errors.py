@@ -7,12 +7,9 @@ import pytest
 from vantrel import M_Common, catalog
 from conftest import condition, wait_until
 from recording import Recorder
-from samples import arguments, with_first_leaf
+from samples import INTEGER_RANGES, arguments, with_first_leaf
 
 OPERATIONS = [op for m in catalog.modules() for op in catalog.operations(m)]
-
-_RANGES = {"octet": (0, 255), "int16": (-2**15, 2**15 - 1), "uint16": (0, 2**16 - 1), "int32": (-2**31, 2**31 - 1),
-           "uint32": (0, 2**32 - 1), "int64": (-2**63, 2**63 - 1), "uint64": (0, 2**64 - 1)}
 
 # (kind of leaf, replacement, exception, what the message says after the path)
 CASES = [
@@ -32,10 +29,10 @@ CASES = [
     ("optional", lambda v: v + v, ValueError, "optional holds 2 elements, at most 1"),
     ("struct", lambda v: {}, TypeError, "got dict"),
     ("struct", lambda v: None, TypeError, "got NoneType"),
-] + [(kind, lambda v, high=high: high + 1, ValueError, f"is out of range for {kind} ({low} to {high})")
-     for kind, (low, high) in _RANGES.items()] + \
-    [(kind, lambda v, low=low: low - 1, ValueError, f"is out of range for {kind}") for kind, (low, _) in _RANGES.items()] + \
-    [(kind, lambda v: 1.0, TypeError, "expected int, got float") for kind in _RANGES]
+] + [case for kind, (low, high) in INTEGER_RANGES.items() for case in (
+    (kind, lambda v, high=high: high + 1, ValueError, f"is out of range for {kind} ({low} to {high})"),
+    (kind, lambda v, low=low: low - 1, ValueError, f"is out of range for {kind}"),
+    (kind, lambda v: 1.0, TypeError, "expected int, got float"))]
 
 
 @pytest.mark.parametrize("kind, replace, error, problem", CASES, ids=[f"{c[0]}-{i}" for i, c in enumerate(CASES)])

@@ -34,7 +34,7 @@ def test_implementations_and_callback_maps_receive_what_they_read(sessions, clie
     def on_clear(ids):
         if ids == ["bad"]:
             raise ValueError("the first clear is refused")
-        cleared.record("clear", (ids,))
+        cleared["clear"].append((ids,))
 
     # Every operation of a map without `methods` is read: CmdAcknowledgeAlarm has no entry.
     by_map = {"CmdRaiseAlarm": [first, lambda c: order.append(("second", c.SubsystemName))], "CmdClearAlarm": on_clear}
