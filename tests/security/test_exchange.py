@@ -35,8 +35,9 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
     display, recording = material / "display.toml", tmp_path / "alerts.mcap"
     service = peer("service", material / "mount-service.toml")
     client = peer("client", display)
-    echo = [TOOL, "echo", "--domain", DOMAIN, "--duration", "120", "M_Alert.IClient.*", "M_Mount.IClient.*"]
-    outsider, insider = Process(echo, stdin=False), Process(echo, config=display, stdin=False)
+    echo = [TOOL, "echo", "--domain", DOMAIN, "--duration", "120"]
+    outsider = Process(echo + ["M_Alert", "M_Mount"], stdin=False)
+    insider = Process(echo + ["M_Alert.IClient.*", "M_Mount.IClient.*"], config=display, stdin=False)
     recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", recording, "--duration", "120", "M_Alert.IClient.*"],
                        config=display, stdin=False)
     late = None
