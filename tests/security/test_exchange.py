@@ -83,7 +83,9 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
         assert recorder.finish(interrupt=True) == 0, recorder.report()
         info = json.loads(tool("info", "--json", recording).stdout)
         assert info["messages"] > 0, info
-        # A new client: one that has the newer samples already drops the recorded ones.
+        # A new client (one that has the newer samples drops the recorded ones), once the service has ended: it
+        # would get the service's transient-local reports.
+        assert service.finish() == 0, service.report()
         late = peer("client", display, modules=("M_Alert",))
         assert late.wait_for("ready"), late.report()
         tool_ok("replay", "--domain", DOMAIN, "--wait-match", "10", recording, config=material / "bridge.toml")
