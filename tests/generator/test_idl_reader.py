@@ -328,21 +328,14 @@ class Errors(TempIdlDir):
                 path = write(self.dir, "M_T.idl", text)
                 self.assertIdlError(path, marked_line(text), fragment)
 
-    def test_fault_in_an_included_file_names_that_file(self):
-        bad_text = module_file("M_Bad", """
-            typedef string AType;
-            typedef AType AType; // <-""")
-        bad = write(self.dir, "M_Bad.idl", bad_text)
-        top = write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;",
-                                                      includes=('"M_Bad.idl"',)))
-        self.assertIdlError(bad, marked_line(bad_text), "'AType' is already declared", load_path=top)
-
-    def test_include_cycle(self):
-        write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;", includes=('"M_U.idl"',)))
-        u_text = module_file("M_U", "typedef string BType;", includes=('"M_T.idl" // <-',))
-        u = write(self.dir, "M_U.idl", u_text)
-        self.assertIdlError(u, marked_line(u_text), "include cycle",
-                            load_path=os.path.join(self.dir, "M_T.idl"))
+    def test_a_fault_in_an_included_file_names_that_file(self):
+        cases = [("M_Bad", module_file("M_Bad", "typedef string AType;\ntypedef AType AType; // <-"),
+                  "'AType' is already declared"),
+                 ("M_U", module_file("M_U", "typedef string BType;", includes=('"M_T.idl" // <-',)), "include cycle")]
+        for name, text, fragment in cases:
+            with self.subTest(fragment):
+                top = write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;", includes=(f'"{name}.idl"',)))
+                self.assertIdlError(write(self.dir, f"{name}.idl", text), marked_line(text), fragment, load_path=top)
 
 
 if __name__ == "__main__":
