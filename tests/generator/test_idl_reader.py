@@ -271,165 +271,71 @@ class Includes(TempIdlDir):
         self.assertEqual(str(cm.exception), f"{path}:{marked_line(text)}: unknown type 'M_A::NameType'")
 
 
-class Errors(TempIdlDir):
-    """Each body has its fault on the line marked `// <-`."""
+VALUE = "@mutable @autoid(HASH) @nested\nstruct AType {\n"
+CMD = "module IService {\n@mutable @autoid(HASH)\nstruct CmdGo {\n"
+REPORT = "module IClient {\n@mutable @autoid(HASH)"
 
+
+class Errors(TempIdlDir):
+    # (body with its fault on the line marked `// <-`, what the error says)
     MODULE_CASES = [
-        ("unknown type", "typedef NoSuchType AType; // <-", "unknown type 'NoSuchType'"),
-        ("used before declared", """
-            @mutable @autoid(HASH) @nested
-            struct AType {
-              int32 X;
-              BType Y; // <-
-            };
-            typedef string BType;""", "unknown type 'BType'"),
-        ("duplicate alias, other case", """
-            typedef string AType;
-            typedef int32 atype; // <-""", "'atype' is already declared in VendorData::M_T"),
-        ("alias clashes with a struct", """
-            @mutable @autoid(HASH) @nested
-            struct AType { int32 X; };
-            typedef string AType; // <-""", "already declared"),
-        ("duplicate member", """
-            @mutable @autoid(HASH) @nested
-            struct AType {
-              int32 X;
-              int32 _X; // <-
-            };""", "member 'X' repeated"),
-        ("enum module used as type", "typedef M_Common::AvailabilityKind AType; // <-",
-         "write M_Common::AvailabilityKind::Type"),
-        ("value type without @nested", """
-            @mutable @autoid(HASH)
-            struct AType { // <-
-              int32 X;
-            };""", "value type 'AType' is missing @nested"),
-        ("value type without @mutable", """
-            @nested @autoid(HASH)
-            struct AType { // <-
-              int32 X;
-            };""", "missing @mutable"),
-        ("dispose on a value type", """
-            @mutable @autoid(HASH) @nested
-            @vantrel_dispose // <-
-            struct AType { int32 X; };""", "@vantrel_dispose is not allowed on a value type"),
-        ("message without kelva_sending_actor first", """
-            module IService {
-              @mutable @autoid(HASH)
-              struct CmdGo {
-                /* the actor
-                   comes second here */
-                int32 Speed; // <-
-                string kelva_sending_actor;
-              };
-            };""", "message 'CmdGo' must start with 'string kelva_sending_actor'"),
-        ("bounded kelva_sending_actor", """
-            module IService {
-              @mutable @autoid(HASH)
-              struct CmdGo {
-                string<64> kelva_sending_actor; // <-
-              };
-            };""", "must start with 'string kelva_sending_actor'"),
-        ("message with @nested", """
-            module IClient {
-              @mutable @autoid(HASH)
-              @nested // <-
-              struct ReportGo { string kelva_sending_actor; };
-            };""", "message 'ReportGo' must not be @nested"),
-        ("message without @autoid", """
-            module IClient {
-              @mutable
-              struct ReportGo { string kelva_sending_actor; }; // <-
-            };""", "message 'ReportGo' is missing @autoid(HASH)"),
-        ("sequential ids", """
-            module IClient {
-              @mutable @autoid(SEQUENTIAL) // <-
-              struct ReportGo { string kelva_sending_actor; };
-            };""", "write @autoid(HASH)"),
-        ("dispose without any key", """
-            module IClient {
-              @mutable @autoid(HASH) @vantrel_dispose
-              struct ReportGo { // <-
-                string kelva_sending_actor;
-                string KeyId;
-              };
-            };""", "message 'ReportGo' is @vantrel_dispose but has no @key member"),
-        ("empty interface module", "module IClient { }; // <-", "module 'IClient' is empty"),
-        ("enum without bit bound", """
-            module GoKind {
-              enum Type { Undefined, Go }; // <-
-            };""", "@bit_bound(32)"),
-        ("long instead of int32", "typedef long AType; // <-", "type 'long' is outside the subset"),
-        ("union", "union AType switch (int32) { case 1: int32 X; }; // <-", "'union' is outside the subset"),
-        ("unknown annotation", """
-            @mutable @autoid(HASH) @nested @final // <-
-            struct AType { int32 X; };""", "@final is outside the subset"),
-        ("unescaped keyword", """
-            @mutable @autoid(HASH) @nested
-            struct AType {
-              uint32 Port; // <-
-            };""", "'Port' collides with the IDL keyword 'port': write _Port"),
-        ("array member", """
-            @mutable @autoid(HASH) @nested
-            struct AType {
-              int32 X[3]; // <-
-            };""", "arrays are outside the subset"),
-        ("zero bound", "typedef sequence<int32, 0> AType; // <-", "positive bound"),
-        ("missing semicolon", """
-            typedef string AType
-            typedef string BType; // <-""", "expected ';', found 'typedef'"),
-        ("unterminated comment", """
-            typedef string AType;
-            /* never closed // <-
-            typedef string BType;""", "unterminated /* comment"),
+        ("typedef NoSuchType AType; // <-", "unknown type 'NoSuchType'"),
+        (VALUE + "int32 X;\nBType Y; // <-\n};\ntypedef string BType;", "unknown type 'BType'"),
+        ("typedef string AType;\ntypedef int32 atype; // <-", "'atype' is already declared in VendorData::M_T"),
+        (VALUE + "int32 X; };\ntypedef string AType; // <-", "already declared"),
+        (VALUE + "int32 X;\nint32 _X; // <-\n};", "member 'X' repeated"),
+        ("typedef M_Common::AvailabilityKind AType; // <-", "write M_Common::AvailabilityKind::Type"),
+        ("@mutable @autoid(HASH)\nstruct AType { // <-\nint32 X;\n};", "value type 'AType' is missing @nested"),
+        ("@nested @autoid(HASH)\nstruct AType { // <-\nint32 X;\n};", "missing @mutable"),
+        ("@mutable @autoid(HASH) @nested\n@vantrel_dispose // <-\nstruct AType { int32 X; };",
+         "@vantrel_dispose is not allowed on a value type"),
+        (CMD + "/* the actor\ncomes second here */\nint32 Speed; // <-\nstring kelva_sending_actor;\n};\n};",
+         "message 'CmdGo' must start with 'string kelva_sending_actor'"),
+        (CMD + "string<64> kelva_sending_actor; // <-\n};\n};", "must start with 'string kelva_sending_actor'"),
+        (REPORT + "\n@nested // <-\nstruct ReportGo { string kelva_sending_actor; };\n};",
+         "message 'ReportGo' must not be @nested"),
+        ("module IClient {\n@mutable\nstruct ReportGo { string kelva_sending_actor; }; // <-\n};",
+         "message 'ReportGo' is missing @autoid(HASH)"),
+        ("module IClient {\n@mutable @autoid(SEQUENTIAL) // <-\nstruct ReportGo { string kelva_sending_actor; };\n};",
+         "write @autoid(HASH)"),
+        (REPORT + " @vantrel_dispose\nstruct ReportGo { // <-\nstring kelva_sending_actor;\nstring KeyId;\n};\n};",
+         "message 'ReportGo' is @vantrel_dispose but has no @key member"),
+        ("module IClient { }; // <-", "module 'IClient' is empty"),
+        ("module GoKind {\nenum Type { Undefined, Go }; // <-\n};", "@bit_bound(32)"),
+        ("typedef long AType; // <-", "type 'long' is outside the subset"),
+        ("union AType switch (int32) { case 1: int32 X; }; // <-", "'union' is outside the subset"),
+        ("@mutable @autoid(HASH) @nested @final // <-\nstruct AType { int32 X; };", "@final is outside the subset"),
+        (VALUE + "uint32 Port; // <-\n};", "'Port' collides with the IDL keyword 'port': write _Port"),
+        (VALUE + "int32 X[3]; // <-\n};", "arrays are outside the subset"),
+        ("typedef sequence<int32, 0> AType; // <-", "positive bound"),
+        ("typedef string AType\ntypedef string BType; // <-", "expected ';', found 'typedef'"),
+        ("typedef string AType;\n/* never closed // <-\ntypedef string BType;", "unterminated /* comment"),
     ]
 
-    def test_module_faults(self):
-        for label, body, fragment in self.MODULE_CASES:
-            with self.subTest(label):
-                text = module_file("M_T", body)
-                path = write(self.dir, "M_T.idl", text)
-                self.assertIdlError(path, marked_line(text), fragment)
-
-    def test_file_faults(self):
-        no_guard = 'module VendorData { module M_T { typedef string AType; }; }; // <-\n'
-        pragma = "#ifndef G\n#define G\n#pragma once // <-\n#endif\n"
-        no_endif = module_file("M_T", "typedef string AType;").replace("#endif", "// <-")
+    def test_faults_name_the_file_and_line(self):
         plain = module_file("M_T", "typedef string AType;")
-        wrong_name = plain.replace("module M_T {", "module M_X { // <-")
-        wrong_outer = plain.replace("module VendorData {", "module Vendor { // <-")
-        no_annotations = module_file("M_T", """
-            module IClient {
-              @mutable @autoid(HASH) @vantrel_dispose // <-
-              struct ReportGo { @key string kelva_sending_actor; };
-            };""", includes=())
-        cases = [
-            (no_guard, "include guard"),
-            (pragma, "#pragma is outside the subset"),
-            (no_endif, "missing #endif"),
-            (wrong_name, "the file of module M_X is M_X.idl"),
-            (wrong_outer, "the outer module must be VendorData"),
-            (no_annotations, "@vantrel_dispose is not declared"),
+        cases = [(module_file("M_T", body), fragment) for body, fragment in self.MODULE_CASES] + [
+            ('module VendorData { module M_T { typedef string AType; }; }; // <-\n', "include guard"),
+            ("#ifndef G\n#define G\n#pragma once // <-\n#endif\n", "#pragma is outside the subset"),
+            (plain.replace("#endif", "// <-"), "missing #endif"),
+            (plain.replace("module M_T {", "module M_X { // <-"), "the file of module M_X is M_X.idl"),
+            (plain.replace("module VendorData {", "module Vendor { // <-"), "the outer module must be VendorData"),
+            (module_file("M_T", REPORT + " @vantrel_dispose // <-\nstruct ReportGo { @key string kelva_sending_actor; };"
+                         "\n};", includes=()), "@vantrel_dispose is not declared"),
         ]
         for text, fragment in cases:
             with self.subTest(fragment):
                 path = write(self.dir, "M_T.idl", text)
                 self.assertIdlError(path, marked_line(text), fragment)
 
-    def test_fault_in_an_included_file_names_that_file(self):
-        bad_text = module_file("M_Bad", """
-            typedef string AType;
-            typedef AType AType; // <-""")
-        bad = write(self.dir, "M_Bad.idl", bad_text)
-        top = write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;",
-                                                      includes=('"M_Bad.idl"',)))
-        self.assertIdlError(bad, marked_line(bad_text), "'AType' is already declared", load_path=top)
-
-    def test_include_cycle(self):
-        write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;", includes=('"M_U.idl"',)))
-        u_text = module_file("M_U", "typedef string BType;", includes=('"M_T.idl" // <-',))
-        u = write(self.dir, "M_U.idl", u_text)
-        self.assertIdlError(u, marked_line(u_text), "include cycle",
-                            load_path=os.path.join(self.dir, "M_T.idl"))
+    def test_a_fault_in_an_included_file_names_that_file(self):
+        cases = [("M_Bad", module_file("M_Bad", "typedef string AType;\ntypedef AType AType; // <-"),
+                  "'AType' is already declared"),
+                 ("M_U", module_file("M_U", "typedef string BType;", includes=('"M_T.idl" // <-',)), "include cycle")]
+        for name, text, fragment in cases:
+            with self.subTest(fragment):
+                top = write(self.dir, "M_T.idl", module_file("M_T", "typedef string AType;", includes=(f'"{name}.idl"',)))
+                self.assertIdlError(write(self.dir, f"{name}.idl", text), marked_line(text), fragment, load_path=top)
 
 
 if __name__ == "__main__":

@@ -1,31 +1,25 @@
 """Receivers that record what arrives, and a comparison of received values that also checks their types."""
 
-import threading
+import collections
 
 from vantrel import _values
 
 
-class Recorder:
-    """The arguments of every call of every operation (with the dispose flag where there is one), in order."""
+class Recorder(collections.defaultdict):
+    """The arguments of every call of every operation (with the dispose flag where there is one), in order.
+    Callbacks append from the dispatcher's threads: list.append needs no lock of its own."""
 
     def __init__(self):
-        self._lock = threading.Lock()
-        self._calls = {}
-
-    def record(self, operation, args):
-        with self._lock:
-            self._calls.setdefault(operation, []).append(args)
+        super().__init__(list)
 
     def callback(self, operation):
-        return lambda *args: self.record(operation, args)
+        return lambda *args: self[operation].append(args)
 
     def calls(self, operation):
-        with self._lock:
-            return list(self._calls.get(operation, []))
+        return list(self[operation])
 
     def count(self, operation):
-        with self._lock:
-            return len(self._calls.get(operation, []))
+        return len(self[operation])
 
     def reached(self, operations, count):
         return all(self.count(op) >= count for op in operations)
@@ -35,7 +29,7 @@ def implementation(interface, operations, recorder):
     """An instance of a subclass of the generated interface that overrides `operations` (and no other)."""
     def method(name):
         def receive(self, *args):
-            recorder.record(name, args)
+            recorder[name].append(args)
         receive.__name__ = name
         return receive
     cls = type(f"Recording{interface.__name__}", (interface,), {name: method(name) for name in operations})

@@ -4,6 +4,10 @@ the generated C++ round-trip tests make theirs): numbers 1..100 (x.5 for floatin
 
 from vantrel import catalog
 
+INTEGER_RANGES = {"octet": (0, 255), "int16": (-2**15, 2**15 - 1), "uint16": (0, 2**16 - 1),
+                  "int32": (-2**31, 2**31 - 1), "uint32": (0, 2**32 - 1), "int64": (-2**63, 2**63 - 1),
+                  "uint64": (0, 2**64 - 1)}
+
 
 def mix(seed, index):
     return (seed * 7 + index + 1) % 1000003
@@ -15,7 +19,7 @@ def sample(type_, seed):
         return True
     if kind in ("float", "double"):
         return 0.5 + seed % 1000
-    if kind in ("octet", "int16", "uint16", "int32", "uint32", "int64", "uint64"):
+    if kind in INTEGER_RANGES:
         return 1 + seed % 100
     if kind == "string":
         text = f"{seed}_v"
@@ -23,7 +27,7 @@ def sample(type_, seed):
     if kind == "enum":
         return list(type_.cls)[-1]
     if kind == "struct":
-        return struct_sample(type_.cls, seed)
+        return type_.cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(type_.cls))])
     if kind == "sequence":
         count = 1 if type_.bound == 1 else 2
         elements = [sample(type_.element, mix(seed, i)) for i in range(count)]
@@ -33,17 +37,9 @@ def sample(type_, seed):
     raise ValueError(f"no sample for kind {kind}")
 
 
-def struct_sample(cls, seed):
-    return cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(cls))])
-
-
 def arguments(operation, seed):
     """Non-default arguments of an operation, in API order."""
     return tuple(sample(p.type, mix(seed, i)) for i, p in enumerate(operation.params))
-
-
-def key_arguments(operation, args):
-    return [value for p, value in zip(operation.params, args) if p.key]
 
 
 KEEP = object()

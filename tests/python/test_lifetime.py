@@ -35,68 +35,41 @@ def assert_unreached(client, witness, sent, seen, expected):
     assert seen == expected
 
 
-def slow_service(sessions, events):
+ENDINGS = ["destroyed by the main thread", "destroyed by another thread", "dropped by its own callback",
+           "invalidated by its own callback"]
+
+
+@pytest.mark.parametrize("ending", ENDINGS)
+def test_a_facade_ended_while_its_callback_runs(sessions, client, witness, ending):
+    events = []
+    holder = {}
+
     def on_raise(c):
         events.append(("start", c.SubsystemName))
-        time.sleep(0.5)
+        if ending == "dropped by its own callback":
+            holder.clear()  # the last reference to this very facade
+        elif ending == "invalidated by its own callback":
+            holder["service"].invalidate()  # does not wait for itself
+        time.sleep(0.5)  # the callback goes on while its facade ends
         events.append(("end", c.SubsystemName))
-    return M_Alert.Service.create(sessions[0], "slow_service", {"CmdRaiseAlarm": on_raise})
 
-
-@pytest.mark.parametrize("destroyer", ["main thread", "other thread"])
-def test_destroying_a_facade_waits_for_its_running_callback(sessions, client, witness, destroyer):
-    events = []
-    service = slow_service(sessions, events)
+    holder["service"] = M_Alert.Service.create(sessions[0], "ending_service", {"CmdRaiseAlarm": on_raise})
     client.waitUntilConnected()
     client.CmdRaiseAlarm(condition(1))
-    assert wait_until(lambda: events == [("start", "S1")])
-    if destroyer == "main thread":
-        del service
-    else:
-        holder = [service]
-        del service
+    assert wait_until(lambda: events)
+    if ending == "destroyed by the main thread":
+        holder.clear()
+    elif ending == "destroyed by another thread":
         thread = threading.Thread(target=holder.clear)
         thread.start()
         thread.join(10)
         assert not thread.is_alive()
-    # Destruction returned: the callback has finished, and nothing reaches the facade any more.
+    else:
+        assert wait_until(lambda: len(events) == 2)
+    # A destruction returns once the callback has finished; nothing reaches the ended facade any more.
     assert events == [("start", "S1"), ("end", "S1")]
+    assert not holder or not holder.pop("service").isValid()
     assert_unreached(client, witness, 2, events, [("start", "S1"), ("end", "S1")])
-
-
-def test_a_facade_dropped_by_its_own_callback(sessions, client, witness):
-    events = []
-    holder = {}
-
-    def on_raise(c):
-        events.append(("start", c.SubsystemName))
-        holder.clear()  # the last reference to this very facade
-        time.sleep(0.2)  # the callback goes on after its facade is gone
-        events.append(("end", c.SubsystemName))
-
-    holder["service"] = M_Alert.Service.create(sessions[0], "self_dropping", {"CmdRaiseAlarm": on_raise})
-    client.waitUntilConnected()
-    client.CmdRaiseAlarm(condition(1))
-    assert wait_until(lambda: len(events) == 2)
-    assert not holder
-    assert_unreached(client, witness, 2, events, [("start", "S1"), ("end", "S1")])
-
-
-def test_invalidating_from_its_own_callback(sessions, client, witness):
-    events = []
-    holder = {}
-
-    def on_raise(c):
-        holder["service"].invalidate()  # does not wait for itself
-        events.append(c.SubsystemName)
-
-    with M_Alert.Service.create(sessions[0], "self_invalidating", {"CmdRaiseAlarm": on_raise}) as service:
-        holder["service"] = service
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(1))
-        assert wait_until(lambda: events == ["S1"])
-        assert wait_until(lambda: not service.isValid())
-        assert_unreached(client, witness, 2, events, ["S1"])
 
 
 def test_an_implementation_holding_its_facade_is_collected(sessions, client, witness):

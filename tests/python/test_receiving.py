@@ -22,105 +22,58 @@ class Raising(M_Alert.IService):
         self.received.append(Condition)
 
 
-def test_an_implementation_receives_what_it_overrides(sessions, client, log_lines):
-    implementation = Raising()
-    with M_Alert.Service.create(sessions[0], "impl_service", implementation) as service:
-        assert service.actorInfo().methodsRead == ["CmdRaiseAlarm"]
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(1))
-        client.CmdClearAlarm(["ALM-1"])  # not overridden: not read
-        assert wait_until(lambda: implementation.received == [condition(1)])
-    assert "default implementation called" not in log_lines()
-
-
-def test_methods_given_with_an_implementation_reach_the_default_body(sessions, client, log_lines):
-    implementation = Raising()
-    with M_Alert.Service.create(sessions[0], "impl_service", implementation,
-                                methods=["CmdRaiseAlarm", "CmdClearAlarm"]):
-        client.waitUntilConnected()
-        client.CmdClearAlarm(["ALM-1"])
-        client.CmdRaiseAlarm(condition(2))
-        assert wait_until(lambda: implementation.received == [condition(2)])
-        assert wait_until(lambda: "default implementation called: M_Alert::IService::CmdClearAlarm. "
-                                  "Forgot to override this method?" in log_lines())
-
-
-def test_a_callback_map_calls_every_callable_of_an_entry_in_order(sessions, client):
-    order = []
-    received = Recorder()
-    callbacks = {"CmdRaiseAlarm": [lambda c: order.append(("first", c.SubsystemName)),
-                                   lambda c: order.append(("second", c.SubsystemName))],
-                 "CmdClearAlarm": received.callback("CmdClearAlarm")}
-    with M_Alert.Service.create(sessions[0], "map_service", callbacks):
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(3))
-        client.CmdClearAlarm(["ALM-3"])
-        assert wait_until(lambda: len(order) == 2 and received.count("CmdClearAlarm") == 1)
-        assert order == [("first", "S3"), ("second", "S3")]
-        assert received.calls("CmdClearAlarm") == [(["ALM-3"],)]
-
-
-def test_a_read_operation_without_an_entry_is_logged(sessions, client, log_lines):
-    received = Recorder()
-    with M_Alert.Service.create(sessions[0], "map_service", {"CmdClearAlarm": received.callback("CmdClearAlarm")}):
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(4))
-        client.CmdClearAlarm(["ALM-4"])
-        assert wait_until(lambda: received.count("CmdClearAlarm") == 1)
-        assert wait_until(lambda: "No callback found for CmdRaiseAlarm" in log_lines())
-
-
-def test_methods_select_what_a_map_reads(sessions, client):
-    received = Recorder()
-    callbacks = {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm"), "CmdClearAlarm": received.callback("CmdClearAlarm")}
-    with M_Alert.Service.create(sessions[0], "map_service", callbacks, methods=["CmdClearAlarm"]) as service:
-        assert service.actorInfo().methodsRead == ["CmdClearAlarm"]
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(5))
-        client.CmdClearAlarm(["ALM-5"])
-        assert wait_until(lambda: received.count("CmdClearAlarm") == 1)
-        assert received.count("CmdRaiseAlarm") == 0
-
-
-def test_callback_info_names_the_sender_and_the_operation_during_a_call_only(sessions, client):
-    seen = []
+def test_implementations_and_callback_maps_receive_what_they_read(sessions, client, log_lines):
+    plain, with_methods = Raising(), Raising()
+    order, cleared, selected, infos = [], Recorder(), Recorder(), []
     holder = {}
 
-    def on_raise(c):
-        seen.append(holder["service"].callbackInfo())
+    def first(c):
+        infos.append(holder["map"].callbackInfo())
+        order.append(("first", c.SubsystemName))
 
-    with M_Alert.Service.create(sessions[0], "info_service", {"CmdRaiseAlarm": on_raise}) as service:
-        holder["service"] = service
-        assert not service.callbackInfo()
+    def on_clear(ids):
+        if ids == ["bad"]:
+            raise ValueError("the first clear is refused")
+        cleared["clear"].append((ids,))
+
+    # Every operation of a map without `methods` is read: CmdAcknowledgeAlarm has no entry.
+    by_map = {"CmdRaiseAlarm": [first, lambda c: order.append(("second", c.SubsystemName))], "CmdClearAlarm": on_clear}
+    by_selected_map = {op: selected.callback(op) for op in ("CmdRaiseAlarm", "CmdClearAlarm")}
+    with M_Alert.Service.create(sessions[0], "impl_service", plain) as plain_service, \
+            M_Alert.Service.create(sessions[0], "methods_service", with_methods,
+                                   methods=["CmdRaiseAlarm", "CmdClearAlarm"]) as methods_service, \
+            M_Alert.Service.create(sessions[0], "map_service", by_map) as map_service, \
+            M_Alert.Service.create(sessions[0], "selected_service", by_selected_map,
+                                   methods=["CmdClearAlarm"]) as selected_service:
+        holder["map"] = map_service
+        assert plain_service.actorInfo().methodsRead == ["CmdRaiseAlarm"]
+        assert sorted(methods_service.actorInfo().methodsRead) == ["CmdClearAlarm", "CmdRaiseAlarm"]
+        assert selected_service.actorInfo().methodsRead == ["CmdClearAlarm"]
+        assert not map_service.callbackInfo()
         client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(6))
-        assert wait_until(lambda: len(seen) == 1)
-        info = seen[0]
-        assert info.senderId == client.actorInfo().actorId
-        assert info.operation == "CmdRaiseAlarm"
-        assert info.actorId == service.actorInfo().actorId
-        assert info.receptionTime > 0
-        assert not service.callbackInfo()
-
-
-def test_an_exception_in_a_callback_is_logged_and_the_dispatcher_goes_on(sessions, client, log_lines):
-    received = []
-
-    def on_raise(c):
-        if c.SubsystemName == "S7":
-            raise ValueError("the first alarm is refused")
-        received.append(c)
-
-    with M_Alert.Service.create(sessions[0], "raising_service", {"CmdRaiseAlarm": on_raise}):
-        client.waitUntilConnected()
-        client.CmdRaiseAlarm(condition(7))
-        client.CmdRaiseAlarm(condition(8))
-        assert wait_until(lambda: received == [condition(8)])
+        client.CmdRaiseAlarm(condition(3))
+        client.CmdAcknowledgeAlarm(["ALM-3"])
+        client.CmdClearAlarm(["bad"])
+        client.CmdClearAlarm(["ALM-3"])
+        assert wait_until(lambda: plain.received == with_methods.received == [condition(3)] and len(order) == 2
+                          and cleared.count("clear") == 1 and selected.count("CmdClearAlarm") == 2)
+        assert order == [("first", "S3"), ("second", "S3")]
+        assert cleared.calls("clear") == [(["ALM-3"],)]
+        assert selected.count("CmdRaiseAlarm") == 0
+        # The call information names the sender and the operation during a call only.
+        info = infos[0]
+        assert (info.senderId, info.operation) == (client.actorInfo().actorId, "CmdRaiseAlarm")
+        assert info.actorId == map_service.actorInfo().actorId and info.receptionTime > 0
+        assert not map_service.callbackInfo()
+        assert wait_until(lambda: "No callback found for CmdAcknowledgeAlarm" in log_lines())
+        assert wait_until(lambda: "default implementation called: M_Alert::IService::CmdClearAlarm. "
+                                  "Forgot to override this method?" in log_lines())
+        # A raising callback is logged with its traceback, and the dispatcher went on to the next clear.
         log = log_lines()
-        assert "M_Alert::IService::CmdRaiseAlarm: the Python callback raised an exception" in log
-        assert "Traceback (most recent call last)" in log
-        assert "ValueError: the first alarm is refused" in log
-        assert "[error]" in log
+        assert any("[error]" in line and "M_Alert::IService::CmdClearAlarm: the Python callback raised an exception"
+                   in line for line in log.splitlines()), log
+        assert "Traceback (most recent call last)" in log and "ValueError: the first clear is refused" in log
+        assert "default implementation called: M_Alert::IService::CmdRaiseAlarm" not in log
 
 
 def test_read_only_and_monitor_facades_receive(domain, sessions):

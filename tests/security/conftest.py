@@ -47,6 +47,13 @@ def tool(*args, config=None, timeout=60):
                           env=environment(config))
 
 
+def tool_ok(*args, **options):
+    """tool(...) that must succeed."""
+    done = tool(*args, **options)
+    assert done.returncode == 0, done.stdout + done.stderr
+    return done
+
+
 class Process(vantrel_testing.Process):
     """A child under KELVA_CONFIG `config` (none: unsecured)."""
 
@@ -65,8 +72,7 @@ def material(tmp_path_factory):
     args = ["security", "setup", directory]
     for name, grants in APPS.items():
         args += ["--app", f"{name}:{grants}"]
-    done = tool(*args)
-    assert done.returncode == 0, done.stderr
+    tool_ok(*args)
     return directory
 
 
@@ -75,8 +81,7 @@ def operations():
     """Every operation of the modules under test, from the catalogue: {"M_Alert.IService.CmdRaiseAlarm": {...}}."""
     out = {}
     for module in MODULES:
-        done = tool("list", "--json", module)
-        assert done.returncode == 0, done.stderr
+        done = tool_ok("list", "--json", module)
         for line in done.stdout.splitlines():
             entry = json.loads(line)
             out[entry["operation"]] = entry

@@ -1,16 +1,11 @@
-// A secured application for the security tests: one session (secured through KELVA_CONFIG) with a facade
-// of one side of each given module. It prints what it receives and, on command, sends every operation of
-// its side once (and disposes the keyed ones), so a test sees the whole exchange from outside.
-//
-//   security_peer SIDE DOMAIN MARKER MODULE...
-//
-// SIDE: service or client (sends and receives), service-write-only or client-write-only (sends only).
-// stdout: "ready" once the facades exist; "received M_X.IService.Op {json}" or "disposed M_X.IClient.Op {keys}"
-// per received operation; "sent M_X.I...Op {json}" per send, "refused M_X.I...Op: <reason>" when the library
-// throws, "sent-all" after a round; "done" at the end. stdin: "send" sends every operation once, "dispose"
-// disposes the instance of every keyed one (a separate round: a keep-last reader that has not taken a sample
-// yet would see only the disposal); end of input ends the program (facades and session are released before
-// main returns).
+// A secured application for the security tests: one session (secured through KELVA_CONFIG) with a facade of
+// one side of each given module, driven over stdin/stdout so a test sees the whole exchange from outside.
+//   security_peer service|client[-write-only] DOMAIN MARKER MODULE...
+// stdout: "ready" once the facades exist; "received|disposed M_X.I...Op {json or keys}" per received operation;
+// per send "sent|sent-disposal M_X.I...Op {json}" or "refused M_X.I...Op: <reason>"; "sent-all" after a
+// round; "done" at the end. stdin: "send" sends every operation of the side once, "dispose" disposes every
+// keyed one (a round of its own: a keep-last reader that has not taken a sample yet would see only the
+// disposal); end of input releases facades and session and ends the program.
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -69,10 +64,9 @@ int run(int argc, char** argv) {
         return 2;
     }
     std::string sideText = argv[1];
-    const std::string writeOnly = "-write-only";
-    const bool receives = sideText.size() <= writeOnly.size() ||
-                          sideText.compare(sideText.size() - writeOnly.size(), writeOnly.size(), writeOnly) != 0;
-    if (!receives) sideText.erase(sideText.size() - writeOnly.size());
+    const auto writeOnly = sideText.find("-write-only");
+    const bool receives = writeOnly == std::string::npos;
+    if (!receives) sideText.erase(writeOnly);
     if (sideText != "service" && sideText != "client") {
         std::cerr << "security_peer: side must be service, client, service-write-only or client-write-only\n";
         return 2;

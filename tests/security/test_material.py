@@ -3,6 +3,7 @@ input refused with exit code 2 before anything is written."""
 
 import calendar
 import os
+import shutil
 import stat
 import subprocess
 import time
@@ -10,7 +11,7 @@ import xml.etree.ElementTree as ET
 
 import pytest
 
-from conftest import tool
+from conftest import tool, tool_ok
 
 
 def openssl(*args):
@@ -31,8 +32,7 @@ def utc(text):
 @pytest.fixture(scope="module")
 def ca(tmp_path_factory):
     d = tmp_path_factory.mktemp("ca")
-    done = tool("security", "ca", "-o", d, "--name", "Test Fleet CA", "--days", "30")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "ca", "-o", d, "--name", "Test Fleet CA", "--days", "30")
     return d
 
 
@@ -42,8 +42,7 @@ def test_ca_and_identity_are_a_valid_chain_of_ec_keys(ca, tmp_path):
     assert "ASN1 OID: prime256v1" in openssl("pkey", "-in", ca / "ca.key", "-noout", "-text")
     assert stat.S_IMODE(os.stat(ca / "ca.key").st_mode) == 0o600
 
-    done = tool("security", "identity", "gimbal-7", "--ca", ca, "-o", tmp_path, "--days", "10")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "identity", "gimbal-7", "--ca", ca, "-o", tmp_path, "--days", "10")
     assert openssl("verify", "-CAfile", ca / "ca.pem", tmp_path / "gimbal-7.pem").strip().endswith("OK")
     assert openssl("x509", "-in", tmp_path / "gimbal-7.pem", "-noout", "-subject", "-nameopt", "RFC2253").strip() \
         == "subject=CN=gimbal-7"
@@ -56,8 +55,7 @@ def test_ca_and_identity_are_a_valid_chain_of_ec_keys(ca, tmp_path):
 
 
 def test_governance_protects_every_topic_and_is_signed_by_the_ca(ca, tmp_path):
-    done = tool("security", "governance", "--ca", ca, "-o", tmp_path / "g.p7s", "--domain", "3", "--domain", "10-20")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "governance", "--ca", ca, "-o", tmp_path / "g.p7s", "--domain", "3", "--domain", "10-20")
     rule = signed_content(tmp_path / "g.p7s", ca / "ca.pem").find("domain_access_rules/domain_rule")
     assert [e.text for e in rule.findall("domains/id")] == ["3"]
     assert [(r.findtext("min"), r.findtext("max")) for r in rule.findall("domains/id_range")] == [("10", "20")]
@@ -74,9 +72,8 @@ def test_governance_protects_every_topic_and_is_signed_by_the_ca(ca, tmp_path):
 
 
 def test_permissions_grant_exactly_the_sides_of_the_catalogue(ca, tmp_path, operations):
-    done = tool("security", "permissions", "display", "--ca", ca, "-o", tmp_path / "p.p7s", "--grant", "M_Mount=service",
-                "--grant", "M_Alert=client", "--days", "7", "--not-before", "2031-05-01T09:30:00")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "permissions", "display", "--ca", ca, "-o", tmp_path / "p.p7s", "--grant", "M_Mount=service",
+            "--grant", "M_Alert=client", "--days", "7", "--not-before", "2031-05-01T09:30:00")
     grant = signed_content(tmp_path / "p.p7s", ca / "ca.pem").find("permissions/grant")
     assert grant.findtext("subject_name") == "CN=display"
     assert grant.findtext("validity/not_before") == "2031-05-01T09:30:00"
@@ -95,23 +92,22 @@ def test_permissions_grant_exactly_the_sides_of_the_catalogue(ca, tmp_path, oper
     assert subscribed == topics("M_Mount", "IService") | topics("M_Alert", "IClient") | own
 
 
-def test_setup_keeps_its_ca_and_writes_one_configuration_per_application(tmp_path):
-    first = tool("security", "setup", tmp_path, "--app", "cam:M_Mount=service")
-    assert first.returncode == 0, first.stderr
-    ca_before = (tmp_path / "ca.pem").read_bytes()
-    second = tool("security", "setup", tmp_path, "--app", "panel:M_Mount=client")
-    assert second.returncode == 0, second.stderr
-    assert (tmp_path / "ca.pem").read_bytes() == ca_before  # earlier applications stay valid
-    clash = tool("security", "setup", tmp_path, "--app", "ca:M_Mount=client")
-    assert clash.returncode == 2 and "'ca' names the CA's own files" in clash.stderr
-    assert (tmp_path / "ca.pem").read_bytes() == ca_before
-    for app in ("cam", "panel"):
-        toml = (tmp_path / f"{app}.toml").read_text()
+def test_setup_writes_one_configuration_per_application_and_keeps_its_ca(material, tmp_path):
+    for app in ("mount-service", "display", "bridge"):
+        toml = (material / f"{app}.toml").read_text()
         assert f'permissions = "{app}.permissions.p7s"' in toml and 'identity_ca = "ca.pem"' in toml
-        assert openssl("verify", "-CAfile", tmp_path / "ca.pem", tmp_path / f"{app}.pem").strip().endswith("OK")
-        check = tool("security", "check", tmp_path / f"{app}.toml")
+        assert openssl("verify", "-CAfile", material / "ca.pem", material / f"{app}.pem").strip().endswith("OK")
+        check = tool("security", "check", material / f"{app}.toml")
         assert check.returncode == 0 and f"ok (CN={app})" in check.stdout, check.stdout + check.stderr
-    assert tool("security", "check", tmp_path).returncode == 0
+    assert tool("security", "check", material).returncode == 0
+    d = tmp_path / "material"
+    shutil.copytree(material, d)
+    ca_before = (d / "ca.pem").read_bytes()
+    tool_ok("security", "setup", d, "--app", "panel:M_Mount=client")
+    assert (d / "ca.pem").read_bytes() == ca_before  # earlier applications stay valid
+    clash = tool("security", "setup", d, "--app", "ca:M_Mount=client")
+    assert clash.returncode == 2 and "'ca' names the CA's own files" in clash.stderr
+    assert (d / "ca.pem").read_bytes() == ca_before
 
 
 @pytest.mark.parametrize("args, message", [

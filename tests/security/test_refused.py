@@ -7,47 +7,35 @@ import shutil
 
 import pytest
 
-from conftest import DOMAIN, peer, tool
+from conftest import DOMAIN, peer, tool, tool_ok
 
 
-def flip(path, text):
-    """Flips one bit of the first byte of `text` in the file (a letter becomes another letter)."""
+def flipped(path, text):
+    """`path` with one bit of the first byte of `text` in it flipped (a letter becomes another letter)."""
     data = bytearray(path.read_bytes())
     at = data.find(text.encode())
     assert at >= 0, f"{text!r} not in {path}"
     data[at] ^= 0x01
     path.write_bytes(bytes(data))
+    return path
 
 
 def permissions(d, *grants, ca=None):
     """Display's permissions made anew, signed by `ca` (the domain's by default)."""
-    done = tool("security", "permissions", "display", "--ca", ca or d, "-o", d / "display.permissions.p7s",
-                *grants, "--force")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "permissions", "display", "--ca", ca or d, "-o", d / "display.permissions.p7s", *grants,
+            "--force")
     return d / "display.permissions.p7s"
 
 
 def identity(d, *args, ca=None):
-    done = tool("security", "identity", "display", "--ca", ca or d, "-o", d, *args, "--force")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "identity", "display", "--ca", ca or d, "-o", d, *args, "--force")
     return d / "display.pem"
 
 
 def foreign_ca(d):
     """A CA of its own: what it signs is not trusted by the domain's CA."""
-    done = tool("security", "ca", "-o", d / "foreign")
-    assert done.returncode == 0, done.stderr
+    tool_ok("security", "ca", "-o", d / "foreign")
     return d / "foreign"
-
-
-def copied(d, source, target):
-    shutil.copy(d / source, d / target)
-    return d / target
-
-
-def tampered(d, name, text):
-    flip(d / name, text)
-    return d / name
 
 
 def removed(d, name):
@@ -69,16 +57,16 @@ CASES = [
     ("permissions_not_yet_valid", lambda d: permissions(d, "--grant", "M_Mount=client", "--not-before", "2100-01-01"),
      "permissions not valid before 2100-01-01T00:00:00Z"),
     ("permissions_of_another_application",
-     lambda d: copied(d, "mount-service.permissions.p7s", "display.permissions.p7s"),
+     lambda d: shutil.copy(d / "mount-service.permissions.p7s", d / "display.permissions.p7s"),
      "grants 'CN=mount-service', not the identity CN=display"),
     ("tampered_permissions",  # a granted topic renamed
-     lambda d: tampered(d, "display.permissions.p7s", "M_Mount_IService_CmdMode"), "signature"),
-    ("tampered_governance", lambda d: tampered(d, "governance.p7s", "ENCRYPT</data_protection_kind>"), "signature"),
-    ("tampered_certificate", lambda d: tampered(d, "display.pem", certificate_body(d)), ""),
+     lambda d: flipped(d / "display.permissions.p7s", "M_Mount_IService_CmdMode"), "signature"),
+    ("tampered_governance", lambda d: flipped(d / "governance.p7s", "ENCRYPT</data_protection_kind>"), "signature"),
+    ("tampered_certificate", lambda d: flipped(d / "display.pem", certificate_body(d)), ""),
     ("permissions_of_a_foreign_ca", lambda d: permissions(d, "--grant", "M_Mount=client", ca=foreign_ca(d)),
      "signed by another CA than the permissions CA"),
     ("identity_of_a_foreign_ca", lambda d: identity(d, ca=foreign_ca(d)), "not signed by the identity CA"),
-    ("foreign_key", lambda d: copied(d, "mount-service.key", "display.key"), "certificate"),
+    ("foreign_key", lambda d: shutil.copy(d / "mount-service.key", d / "display.key"), "certificate"),
 ] + [(f"missing_{name}", lambda d, name=name: removed(d, name), "")
      for name in ("display.key", "governance.p7s", "display.permissions.p7s", "ca.pem")]
 
