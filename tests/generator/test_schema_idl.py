@@ -1,7 +1,7 @@
 """Tests of the channel schemas recordings carry (schema_idl.flattened_schema and flattened_key_schema), over
 every message of the contract: accepted by the DDS IDL compiler, with the member ids the bus uses and the
 keys marked. That an independent reader parses them and decodes real messages with them is checked by
-tests/tools/decode_check.sh."""
+tests/tools/mcap-check/check.mjs."""
 
 import os
 import re
