@@ -1,11 +1,10 @@
-// Malformed samples from a peer built on plain ddsc (malformed_sender.cpp, a separate process) reach a
-// service of ours: the corpus input that crashed the DDS layer's key extraction and a few hundred mutations
-// of keyed and keyless messages. The service process stays up, counts and logs the drops, and then answers
-// a valid command from a normal client.
+// Malformed samples from a peer on plain ddsc (malformed_sender.cpp, a separate process) reach a service of
+// ours: the service process stays up, counts and logs the drops, and then answers a valid command.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
-#include <mutex>
 #include <regex>
 #include <string>
 
@@ -20,16 +19,10 @@ using vantrel::test::waitUntil;
 
 namespace {
 
-// Reads every operation the sender writes; answers a raised alarm with its log.
+// Answers a valid raised alarm with its log.
 struct AlertService : M_Alert::IService {
-    std::mutex mutex;
-    std::vector<M_Alert::AlarmConditionInfoType> raised;
     M_Alert::Service* facade = nullptr;
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            raised.push_back(condition);
-        }
         if (condition.AlarmDescription == "valid") {
             M_Alert::AlarmLogType log;
             log.Condition = condition;
@@ -39,15 +32,9 @@ struct AlertService : M_Alert::IService {
 };
 
 struct AlertClient : M_Alert::IClient {
-    std::mutex mutex;
-    std::vector<std::string> logIds;
+    std::atomic<bool> answered{false};
     void ReportAlarmLog(const std::string& id, const M_Alert::AlarmLogType&, bool) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        logIds.push_back(id);
-    }
-    bool has(const std::string& id) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return std::find(logIds.begin(), logIds.end(), id) != logIds.end();
+        if (id == "answer") answered = true;
     }
 };
 
@@ -102,10 +89,10 @@ TEST(MalformedSamples, ServiceDropsThemCountsThemAndStillAnswers) {
     client.waitUntilConnected();
     const uint64_t malformedSettled = kelva::access::DeliveryStats::samplesMalformed();
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "valid"));
-    EXPECT_TRUE(waitUntil([&] { return clientImpl.has("answer"); }));
+    EXPECT_TRUE(waitUntil([&] { return clientImpl.answered.load(); }));
     EXPECT_EQ(kelva::access::DeliveryStats::samplesMalformed(), malformedSettled);
-    std::printf("sent %d malformed samples and mutations; dropped as malformed: %llu; valid exchange afterwards: %s\n",
-                sent, static_cast<unsigned long long>(malformed), clientImpl.has("answer") ? "answered" : "none");
+    std::printf("sent %d malformed samples and mutations; dropped as malformed: %llu\n", sent,
+                static_cast<unsigned long long>(malformed));
 }
 
 }  // namespace
