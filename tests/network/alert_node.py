@@ -77,7 +77,6 @@ def main(role, domain, *args):
                                lambda: (say("error deadline reached"), os._exit(3)))
     deadline.daemon = True
     deadline.start()
-    vantrel.log.setLevel("debug")  # the toolkit's matching lines
     if role == "service":
         session = vantrel.Session(domain)
         service = M_Alert.Service.create(session, "alert-service", {"CmdRaiseAlarm": received})
@@ -101,12 +100,12 @@ def main(role, domain, *args):
             M_Alert.AlarmConditionInfoType(name, str(seq), "Sequence", "Test", "")))
     else:
         monitor = vantrel.MonitorSession(domain)
-        command_side = M_Alert.Service.createMonitor(monitor, {"CmdRaiseAlarm": received})
-        report_side = M_Alert.Client.createMonitor(monitor, REPORTS)
-        watch("Subscription", int(args[0]), "IService")
-        watch("Subscription", 1, "IClient")
-        say("ready")
-        commands("none", None)
+        with M_Alert.Service.createMonitor(monitor, {"CmdRaiseAlarm": received}), \
+                M_Alert.Client.createMonitor(monitor, REPORTS):
+            watch("Subscription", int(args[0]), "IService")
+            watch("Subscription", 1, "IClient")
+            say("ready")
+            commands("none", None)
 
 
 if __name__ == "__main__":

@@ -1,7 +1,8 @@
 """alert_node.py inside a host's namespace, its output read as it comes on two threads.
 
 Each node gets a toolkit configuration of its own (KELVA_CONFIG): the documented example
-config/kelva-vehicle.toml with the host's values in its three [network] settings, and no CYCLONEDDS_URI:
+config/kelva-vehicle.toml with the host's values in its three [network] settings and the debug log level,
+and no CYCLONEDDS_URI:
 inside the namespaces DDS must use that profile, never the loopback one. Every line on stdout ends in
 t=<ms> on the monotonic clock, which is the harness's time.monotonic() as well (one kernel, no time
 namespaces). The toolkit's debug lines on stderr give the matching of the endpoints the node watches, from
@@ -25,7 +26,8 @@ MATCHED = re.compile(r"(Publication|Subscription) matched: status\.current_count
 def write_kelva_config(path, example, dds_configs, host, peers):
     with open(example) as f:
         text = f.read()
-    values = {"dds_config": "[%s]" % ", ".join('"%s"' % f for f in dds_configs),
+    values = {"level": '"debug"',  # the toolkit's matching lines
+              "dds_config": "[%s]" % ", ".join('"%s"' % f for f in dds_configs),
               "interface": '"%s"' % host.interface,
               "peers": "[%s]" % ", ".join('"%s"' % p.address for p in peers)}
     for key, value in values.items():

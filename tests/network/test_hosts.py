@@ -169,7 +169,7 @@ def state_reached_everyone(d, value, at, timeout):
 
 def test_1_discovery_across_hosts(lan):
     """Every client's command writers match the service's and the monitor's readers (and its report readers
-    the service's writers) across the bridge, counted from the process's start."""
+    the service's writers) across the bridge, counted from the node's start."""
     lan.discovery("lan", DISCOVERY_BOUND_S)
 
 
