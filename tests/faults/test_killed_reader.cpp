@@ -42,8 +42,8 @@ std::vector<std::string> victimsCommand(const std::string& domain) {
 
 TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
     using Clock = std::chrono::steady_clock;
-    const std::string domain = std::to_string(vantrel::test::domainId());
     auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+    const std::string domain = std::to_string(vantrel::test::domainId());
     auto service = M_Dialogue::Service::createWriteOnly(session, "streamer");
     ChildProcess healthy({FAULT_PEER, "listen", domain, "healthy"});
     ChildProcess victims(victimsCommand(domain));
