@@ -8,6 +8,7 @@
 #include <regex>
 #include <string>
 
+#include "ChildProcess.h"
 #include "kelva/access/DeliveryStats.h"
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
@@ -55,14 +56,11 @@ TEST(MalformedSamples, ServiceDropsThemCountsThemAndStillAnswers) {
     auto sensor = M_Sensor::Client::create(serviceSession, "sensor-reports", sensorImpl);
     const uint64_t malformedBefore = kelva::access::DeliveryStats::samplesMalformed();
 
-    const std::string command = std::string(MALFORMED_SENDER) + " " + std::to_string(domain) + " " + CORPUS_INPUT;
-    FILE* sender = ::popen(command.c_str(), "r");
-    ASSERT_NE(sender, nullptr);
-    char line[128] = {};
-    const bool said = std::fgets(line, sizeof line, sender) != nullptr;
-    ASSERT_EQ(::pclose(sender), 0) << "the sender failed";
+    // Its line comes once every sample is acknowledged; on any failure it exits without one.
+    ChildProcess sender({MALFORMED_SENDER, std::to_string(domain), CORPUS_INPUT});
+    const std::string line = sender.lineStarting("sent", 120);
     int sent = 0;
-    ASSERT_TRUE(said && std::sscanf(line, "sent %d", &sent) == 1) << line;
+    ASSERT_EQ(std::sscanf(line.c_str(), "sent %d", &sent), 1) << "the sender failed";
     EXPECT_GT(sent, 300);
 
     // The corpus input and every malformed mutation are dropped before the DDS layer's key extraction.
