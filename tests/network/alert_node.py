@@ -1,18 +1,8 @@
-"""One host's process of the multi-host tests (test_hosts.py), on the Python binding, configured like any
-application (KELVA_CONFIG's [network]). It says one line per event on stdout, each ending in " t=<ms>" on the
-monotonic clock that every network namespace shares, and takes commands on stdin, one a line:
-
-  alert_node.py service DOMAIN CLIENTS       "received CmdRaiseAlarm <client> <seq>"; on "report FIRST COUNT
-                                             INTERVAL_MS" ReportAlarmLog "state" and ReportAlertStatus with
-                                             v = FIRST.., saying "reported <v>"
-  alert_node.py client DOMAIN NAME READERS   "report AlarmLog <id> <v>", "report AlertStatus <v>"; on "send
-                                             FIRST COUNT INTERVAL_MS" CmdRaiseAlarm(NAME, seq), seq = FIRST..
-  alert_node.py monitor DOMAIN CLIENTS       both kinds of line, from a MonitorSession
-
-Every node says "start", "watch <Publication|Subscription> <peers> <Interface>.<Op> ..." (its endpoints and
-the peers each needs), "ready", "done <verb> max_us=<n> exceptions=<n>" after a command, "error <what>".
-Matching itself is what the toolkit logs at debug level on stderr. A node ends at "quit", at the end of its
-input, and after VANTREL_NODE_DEADLINE_S seconds in any case.
+"""One host's process of the multi-host tests, on the Python binding, configured by KELVA_CONFIG:
+`service DOMAIN CLIENTS`, `client DOMAIN NAME READERS` or `monitor DOMAIN CLIENTS` (docs/network.md).
+Stdout: one line per event, ending in " t=<ms>" on the monotonic clock all network namespaces share;
+"watch <Publication|Subscription> <peers> <Interface>.<Op> ..." names the endpoints whose matching (the
+toolkit's debug lines on stderr) the harness follows. Stdin: "report|send FIRST COUNT INTERVAL_MS", "quit".
 """
 import os
 import sys

@@ -1,13 +1,10 @@
-"""alert_node.py inside a host's namespace, its output read as it comes on two threads.
+"""alert_node.py inside a host's namespace, its stdout and stderr read as they come.
 
-Each node gets a toolkit configuration of its own (KELVA_CONFIG): the documented example
-config/kelva-vehicle.toml with the host's values in its three [network] settings and the debug log level,
-and no CYCLONEDDS_URI:
-inside the namespaces DDS must use that profile, never the loopback one. Every line on stdout ends in
-t=<ms> on the monotonic clock, which is the harness's time.monotonic() as well (one kernel, no time
-namespaces). The toolkit's debug lines on stderr give the matching of the endpoints the node watches, from
-which this side adds the node's "match missing=<n>" lines (on every change of the most peers any watched
-endpoint lacks) and one "discovered <ms since its start>".
+Each node's KELVA_CONFIG is the documented example config/kelva-vehicle.toml with the host's [network]
+values and the debug log level; CYCLONEDDS_URI is removed (never the loopback profile in the namespaces).
+From the toolkit's matching lines on stderr this side adds the node's "match missing=<n>" lines (whenever the
+most peers a watched endpoint lacks changes) and one "discovered <ms since its start>". Times are the
+node's monotonic clock, the harness's time.monotonic() too (one kernel, no time namespaces).
 """
 import os
 import re
