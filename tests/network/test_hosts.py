@@ -43,7 +43,7 @@ def _interrupt(signum, _frame):
 
 for _signum in (signal.SIGTERM, signal.SIGHUP, signal.SIGALRM):
     signal.signal(_signum, _interrupt)
-signal.alarm(int(os.environ.get("VANTREL_NETWORK_BUDGET_S", "100")))  # a pass takes about 10 s
+signal.alarm(int(os.environ.get("VANTREL_NETWORK_BUDGET_S", "100")))  # a pass takes about 15 s
 
 
 def figure(text):
