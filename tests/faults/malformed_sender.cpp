@@ -1,11 +1,9 @@
-// malformed-sender DOMAIN CORPUS_INPUT: a peer built on plain ddsc only (no code of this project's
-// libraries), as any DDS peer on the domain could be. It writes raw serialized bytes, never checked on this
-// side, through a serialization type of its own that carries them as they are:
-//   - the corpus input that crashed the DDS layer's key extraction (M_Sensor ReportSensorCoverage);
-//   - a few hundred mutations of a valid keyed message with two keys (M_Alert ReportAlarmLog) and of a
-//     valid keyless one (M_Alert CmdRaiseAlarm): length codes, key member ids repeated, huge lengths,
-//     truncations, random bytes (the fuzz target goes through every other kind).
-// Prints "sent <n>" and exits 0 once every writer's samples are acknowledged.
+// malformed-sender DOMAIN CORPUS_INPUT: a peer on plain ddsc only, as any DDS peer on the domain could be,
+// writing raw bytes through a serialization type of its own that carries them unchecked: the corpus input
+// that crashed the DDS layer's key extraction (M_Sensor ReportSensorCoverage), and a few hundred mutations of
+// a valid keyed message with two keys (M_Alert ReportAlarmLog) and of a keyless one (M_Alert CmdRaiseAlarm):
+// length codes, key member ids repeated, huge lengths, truncations, random bytes (the fuzz target goes
+// through every other kind). Prints "sent <n>" once every writer's samples are acknowledged.
 #include <dds/dds.h>
 #include <dds/ddsi/ddsi_serdata.h>
 #include <dds/ddsi/ddsi_sertype.h>
@@ -148,45 +146,33 @@ Bytes validMessage(dds_entity_t participant, const dds_topic_descriptor_t* desc,
     return bytes;
 }
 
-class RawWriter {
-public:
-    RawWriter(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* topicName) {
-        auto* type = new ddsi_sertype{};
-        ddsi_sertype_init(type, desc->m_typename, &rawTypeOps(), &rawSerdataOps(), desc->m_nkeys == 0);
-        type->allowed_data_representation = DDS_DATA_REPRESENTATION_FLAG_XCDR2;
-        ddsi_sertype* registered = type;
-        dds_qos_t* qos = offeredQos();
-        const dds_entity_t topic = dds_create_topic_sertype(participant, topicName, &registered, qos, nullptr, nullptr);
-        if (topic < 0) fail("dds_create_topic_sertype", topic);
-        m_type = registered;
-        m_writer = dds_create_writer(participant, topic, qos, nullptr);
-        if (m_writer < 0) fail("dds_create_writer", m_writer);
-        dds_delete_qos(qos);
+// Writes `samples` through a writer of the raw type once a reader is matched; returns their number once
+// they are acknowledged.
+int sendRaw(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* topicName, std::vector<Bytes> samples) {
+    auto* type = new ddsi_sertype{};
+    ddsi_sertype_init(type, desc->m_typename, &rawTypeOps(), &rawSerdataOps(), desc->m_nkeys == 0);
+    type->allowed_data_representation = DDS_DATA_REPRESENTATION_FLAG_XCDR2;
+    ddsi_sertype* registered = type;
+    dds_qos_t* qos = offeredQos();
+    const dds_entity_t topic = dds_create_topic_sertype(participant, topicName, &registered, qos, nullptr, nullptr);
+    if (topic < 0) fail("dds_create_topic_sertype", topic);
+    const dds_entity_t writer = dds_create_writer(participant, topic, qos, nullptr);
+    if (writer < 0) fail("dds_create_writer", writer);
+    dds_delete_qos(qos);
+    dds_publication_matched_status_t matched{};
+    for (int i = 0; i < 1000 && matched.current_count == 0; ++i) {
+        dds_sleepfor(DDS_MSECS(10));
+        dds_get_publication_matched_status(writer, &matched);
     }
-    void awaitReader() const {
-        for (int i = 0; i < 1000; ++i) {
-            dds_publication_matched_status_t status;
-            if (dds_get_publication_matched_status(m_writer, &status) == DDS_RETCODE_OK && status.current_count > 0) return;
-            dds_sleepfor(DDS_MSECS(10));
-        }
-        fail("no reader matched", DDS_RETCODE_TIMEOUT);
-    }
-    void send(Bytes bytes) {
-        const dds_return_t rc = dds_writecdr(m_writer, makeRaw(m_type, SDK_DATA, std::move(bytes)));
+    if (matched.current_count == 0) fail("no reader matched", DDS_RETCODE_TIMEOUT);
+    for (Bytes& b : samples) {
+        const dds_return_t rc = dds_writecdr(writer, makeRaw(registered, SDK_DATA, std::move(b)));
         if (rc != DDS_RETCODE_OK) fail("dds_writecdr", rc);
-        ++m_sent;
     }
-    void awaitAcks() const {
-        const dds_return_t rc = dds_wait_for_acks(m_writer, DDS_SECS(30));
-        if (rc != DDS_RETCODE_OK) fail("dds_wait_for_acks", rc);
-    }
-    int sent() const { return m_sent; }
-
-private:
-    const ddsi_sertype* m_type = nullptr;
-    dds_entity_t m_writer = 0;
-    int m_sent = 0;
-};
+    const dds_return_t rc = dds_wait_for_acks(writer, DDS_SECS(30));
+    if (rc != DDS_RETCODE_OK) fail("dds_wait_for_acks", rc);
+    return static_cast<int>(samples.size());
+}
 
 uint32_t get32(const Bytes& b, size_t at) {
     uint32_t v;
@@ -267,22 +253,15 @@ int main(int argc, char** argv) {
 
     const Bytes keyed = validMessage(participant, &VendorData_M_Alert_IClient_ReportAlarmLog_desc, "M_Alert_IClient_ReportAlarmLog");
     const Bytes keyless = validMessage(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, "M_Alert_IService_CmdRaiseAlarm");
-    RawWriter sensor(participant, &VendorData_M_Sensor_IClient_ReportSensorCoverage_desc, "M_Sensor_IClient_ReportSensorCoverage");
-    RawWriter alarmLog(participant, &VendorData_M_Alert_IClient_ReportAlarmLog_desc, "M_Alert_IClient_ReportAlarmLog");
-    RawWriter raise(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, "M_Alert_IService_CmdRaiseAlarm");
-    sensor.awaitReader();
-    alarmLog.awaitReader();
-    raise.awaitReader();
-
     std::mt19937 random(20240607);
-    sensor.send(corpus);
     // ReportAlarmLog: kelva_sending_actor and KeyAlarmId are its first two members and its keys.
-    for (Bytes& b : mutations(keyed, {memberId(keyed, 0), memberId(keyed, 1)}, random)) alarmLog.send(std::move(b));
-    for (Bytes& b : mutations(keyless, {}, random)) raise.send(std::move(b));
-    sensor.awaitAcks();
-    alarmLog.awaitAcks();
-    raise.awaitAcks();
-    std::printf("sent %d\n", sensor.sent() + alarmLog.sent() + raise.sent());
+    int sent = sendRaw(participant, &VendorData_M_Sensor_IClient_ReportSensorCoverage_desc,
+                       "M_Sensor_IClient_ReportSensorCoverage", {corpus});
+    sent += sendRaw(participant, &VendorData_M_Alert_IClient_ReportAlarmLog_desc, "M_Alert_IClient_ReportAlarmLog",
+                    mutations(keyed, {memberId(keyed, 0), memberId(keyed, 1)}, random));
+    sent += sendRaw(participant, &VendorData_M_Alert_IService_CmdRaiseAlarm_desc, "M_Alert_IService_CmdRaiseAlarm",
+                    mutations(keyless, {}, random));
+    std::printf("sent %d\n", sent);
     dds_delete(participant);
     return 0;
 }

@@ -1,26 +1,30 @@
-"""The processes of the multi-host tests: alert-node (tests/network/alert_node.cpp) inside a host's namespace.
+"""alert_node.py inside a host's namespace, its stdout and stderr read as they come.
 
-Each node gets a toolkit configuration of its own (KELVA_CONFIG) whose [network] names the vehicle LAN
-profile, the host's interface and the other hosts' addresses, and runs without CYCLONEDDS_URI: inside the
-namespaces DDS must use that profile, never the loopback one the gtest binaries are held to. Its stdout is
-read line by line on a thread; every line ends in t=<ms> on the monotonic clock, which is the harness's
-time.monotonic() as well (one kernel, no time namespaces).
+Each node's KELVA_CONFIG is the documented example config/kelva-vehicle.toml with the host's [network]
+values and the debug log level; CYCLONEDDS_URI is removed (never the loopback profile in the namespaces).
+From the toolkit's matching lines on stderr this side adds the node's "match missing=<n>" lines (whenever the
+most peers a watched endpoint lacks changes) and one "discovered <ms since its start>". Times are the
+node's monotonic clock, the harness's time.monotonic() too (one kernel, no time namespaces).
 """
 import os
 import re
 import subprocess
+import sys
 import threading
 import time
 
+NODE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "alert_node.py")
 LINE = re.compile(r"^(?P<body>.*) t=(?P<t>[0-9.]+)$")
+WATCH = re.compile(r"^watch (\w+) (\d+) (.*)$")
+MATCHED = re.compile(r"(Publication|Subscription) matched: status\.current_count\(\)==(\d+) "
+                     r"\(VendorData::M_Alert::(\w+)::(\w+)\)")
 
 
 def write_kelva_config(path, example, dds_configs, host, peers):
-    """The toolkit configuration of one host: the documented example (config/kelva-vehicle.toml) with this
-    host's values in its three [network] settings: the DDS profile file(s), its interface, the other hosts."""
     with open(example) as f:
         text = f.read()
-    values = {"dds_config": "[%s]" % ", ".join('"%s"' % f for f in dds_configs),
+    values = {"level": '"debug"',  # the toolkit's matching lines
+              "dds_config": "[%s]" % ", ".join('"%s"' % f for f in dds_configs),
               "interface": '"%s"' % host.interface,
               "peers": "[%s]" % ", ".join('"%s"' % p.address for p in peers)}
     for key, value in values.items():
@@ -28,96 +32,109 @@ def write_kelva_config(path, example, dds_configs, host, peers):
         if n != 1:
             raise ValueError("%s: expected one '%s = ...' line, found %d" % (example, key, n))
     with open(path, "w") as out:
-        out.write("# One host of the multi-host tests: %s with this host's [network] values\n" % example + text)
-
-
-class NodeGone(AssertionError):
-    pass
+        out.write(text)
 
 
 class Node:
-    def __init__(self, name, host, argv, env, workdir):
+    def __init__(self, name, host, args, toml):
         self.name = name
-        self.host = host
         self.lines = []  # (body, t in ms)
+        self.log = []
+        self.watches, self.matched = {}, {}  # ("Publication"|"Subscription", "IService.Op") -> peers
+        self.started, self.ready, self.discovered, self.missing = None, False, False, None
         self._cond = threading.Condition()
-        self.stderr_path = os.path.join(workdir, name + ".stderr")
         self.launched = time.monotonic() * 1000.0
-        with open(self.stderr_path, "w") as err:
-            self.proc = subprocess.Popen(host.exec_args(argv), stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                         stderr=err, env=env, text=True, bufsize=1)
-        self._reader = threading.Thread(target=self._read, daemon=True)
-        self._reader.start()
+        env = dict(os.environ, KELVA_CONFIG=toml, VANTREL_NODE_DEADLINE_S="150")
+        env.pop("CYCLONEDDS_URI", None)
+        self.proc = subprocess.Popen(host.exec_args([sys.executable, NODE] + args), stdin=subprocess.PIPE,
+                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=env, text=True, bufsize=1)
+        self._readers = [threading.Thread(target=self._read, args=(s,), daemon=True)
+                         for s in (self.proc.stdout, self.proc.stderr)]
+        for reader in self._readers:
+            reader.start()
 
-    def _read(self):
-        for raw in self.proc.stdout:
-            m = LINE.match(raw.rstrip("\n"))
-            entry = (m.group("body"), float(m.group("t"))) if m else (raw.rstrip("\n"), time.monotonic() * 1000.0)
+    def _read(self, stream):
+        for raw in stream:
+            now = time.monotonic() * 1000.0
             with self._cond:
-                self.lines.append(entry)
+                if stream is self.proc.stderr:
+                    self.log.append(raw.rstrip("\n"))
+                    m = MATCHED.search(raw)
+                    if m:
+                        self.matched[(m.group(1), "%s.%s" % m.group(3, 4))] = int(m.group(2))
+                        self._judge(now)
+                else:
+                    m = LINE.match(raw.rstrip("\n"))
+                    body, t = (m.group("body"), float(m.group("t"))) if m else (raw.rstrip("\n"), now)
+                    self.lines.append((body, t))
+                    watch = WATCH.match(body)
+                    for endpoint in watch.group(3).split() if watch else []:
+                        self.watches[(watch.group(1), endpoint)] = int(watch.group(2))
+                    self.started = t if body == "start" else self.started
+                    self.ready = self.ready or body == "ready"
+                    self._judge(t)
                 self._cond.notify_all()
         with self._cond:
             self._cond.notify_all()
+
+    def _judge(self, t):
+        if not self.ready:
+            return  # its watches are not all said yet
+        missing = max(0, max(n - self.matched.get(key, 0) for key, n in self.watches.items()))
+        if missing != self.missing:
+            self.lines.append(("match missing=%d" % missing, t))
+            if missing == 0 and not self.discovered:
+                self.lines.append(("discovered %d" % (t - self.started), t))
+                self.discovered = True
+            self.missing = missing
 
     def send(self, command):
         self.proc.stdin.write(command + "\n")
         self.proc.stdin.flush()
 
-    def stderr_tail(self, n=20):
-        try:
-            with open(self.stderr_path) as f:
-                return "".join(f.readlines()[-n:])
-        except OSError:
-            return ""
+    def failure(self, what):
+        return "%s: %s\nlast lines: %s\nstderr:\n%s" % (self.name, what, self.lines[-5:], "\n".join(self.log[-20:]))
 
     def wait_for(self, pattern, timeout, after=0):
-        """The first line from index `after` on that matches `pattern` (a regex): (match, t, index).
-        Fails when the time is up, or at once when the process ended without it."""
+        """The first line from index `after` on that matches `pattern`: (match, t, index). Fails when the time
+        is up, or at once when the node said "error ..." or ended without it."""
         regex = re.compile(pattern)
         deadline = time.monotonic() + timeout
         with self._cond:
             i = after
             while True:
-                while i < len(self.lines):
+                for i in range(i, len(self.lines)):
                     body, t = self.lines[i]
-                    m = regex.search(body)
-                    if m:
-                        return m, t, i
+                    if regex.search(body):
+                        return regex.search(body), t, i
                     if body.startswith("error "):
-                        raise NodeGone("%s on %s: %s\nstderr:\n%s" % (self.name, self.host.namespace, body,
-                                                                       self.stderr_tail()))
-                    i += 1
-                left = deadline - time.monotonic()
-                if self.proc.poll() is not None and not self._reader.is_alive():
-                    raise NodeGone("%s ended (exit %s) before /%s/\nstderr:\n%s"
-                                   % (self.name, self.proc.returncode, pattern, self.stderr_tail()))
-                if left <= 0:
-                    raise AssertionError("%s: no /%s/ within %.1f s; last lines: %s\nstderr:\n%s"
-                                         % (self.name, pattern, timeout, self.lines[-5:], self.stderr_tail()))
-                self._cond.wait(min(left, 0.2))
+                        raise AssertionError(self.failure(body))
+                i = len(self.lines)
+                if self.proc.poll() is not None and not any(r.is_alive() for r in self._readers):
+                    raise AssertionError(self.failure("exit %s before /%s/" % (self.proc.returncode, pattern)))
+                if time.monotonic() >= deadline:
+                    raise AssertionError(self.failure("no /%s/ within %.1f s" % (pattern, timeout)))
+                self._cond.wait(min(deadline - time.monotonic(), 0.2))
 
-    def matching(self, pattern, after=0, before=None):
-        """Every line from index `after` (to `before`) matching `pattern`: [(match, t)]."""
-        regex = re.compile(pattern)
+    def matching(self, pattern, after=0):
+        """Every line from index `after` on matching `pattern`: [(match, t)]."""
         with self._cond:
-            lines = self.lines[after:before]
-        return [(m, t) for m, t in ((regex.search(b), t) for b, t in lines) if m]
+            lines = self.lines[after:]
+        return [(m, t) for m, t in ((re.search(pattern, b), t) for b, t in lines) if m]
 
     def mark(self):
         """The index of the next line: for waits that concern only what comes later."""
         with self._cond:
             return len(self.lines)
 
-    def stop(self, timeout=5):
+    def stop(self):
         if self.proc.poll() is None:
             try:
                 self.send("quit")
                 self.proc.stdin.close()
-            except OSError:
-                pass
-            try:
-                self.proc.wait(timeout)
-            except subprocess.TimeoutExpired:
+                self.proc.wait(5)
+            except (OSError, subprocess.TimeoutExpired):
                 self.proc.kill()
                 self.proc.wait(5)
-        self._reader.join(5)
+        for reader in self._readers:
+            reader.join(5)
