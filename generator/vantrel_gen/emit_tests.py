@@ -164,6 +164,22 @@ def _send(sender: str, msg: Message, pack: str, dispose: str | None) -> str:
     return f"{sender}->{msg.name}({', '.join(args)});"
 
 
+def _received(receiver: str, msgs, count: int, which: str, sent: str) -> list[str]:
+    """The receiving side's checks after pass `count`: each operation arrived that often, the `which` call
+    with exactly the `sent` arguments and without the dispose flag."""
+    out = ["    if (exchange.receives()) {",
+           f"        ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, {count}); }}, exchange.bound()))",
+           f"            << \"not every operation arrived ({sent})\";"]
+    for msg in msgs:
+        out += [f"        EXPECT_EQ({receiver}.calls(\"{msg.name}\"), {count}) << \"{msg.name}\";",
+                f"        equal += {receiver}.{which}_{msg.name}() == {sent}_{msg.name};",
+                f"        EXPECT_TRUE({receiver}.{which}_{msg.name}() == {sent}_{msg.name})",
+                f"            << \"{msg.name}: the received arguments differ from the {sent} ones\";"]
+        if msg.dispose:
+            out.append(f"        EXPECT_FALSE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}\";")
+    return out + ["    }"]
+
+
 def _test(mod: Module, iface: str, suite: str, seed_base: int) -> list[str]:
     """One direction: the facade that receives `iface` records, the other one sends. In one process both
     facades run; split over two processes (vantrel::test::Exchange) each plays one side."""
@@ -204,37 +220,16 @@ def _test(mod: Module, iface: str, suite: str, seed_base: int) -> list[str]:
     out.append("    if (exchange.sends()) {")
     for msg in msgs:
         out.append(f"        {_send(sender, msg, f'sent_{msg.name}', 'false')}")
-    out += ["    }",
-            "    int equal = 0;",
-            "    if (exchange.receives()) {",
-            f"        ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, 1); }}, exchange.bound()))",
-            "            << \"not every operation arrived\";"]
-    for msg in msgs:
-        out += [f"        EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 1) << \"{msg.name}\";",
-                f"        equal += {receiver}.first_{msg.name}() == sent_{msg.name};",
-                f"        EXPECT_TRUE({receiver}.first_{msg.name}() == sent_{msg.name})",
-                f"            << \"{msg.name}: the received arguments differ from the sent ones\";"]
-        if msg.dispose:
-            out.append(f"        EXPECT_FALSE({receiver}.lastDispose(\"{msg.name}\")) << \"{msg.name}\";")
-    out += ["    }",
-            "    ASSERT_TRUE(exchange.step(\"received\")) << \"the receiving side did not get every operation\";",
+    out += ["    }", "    int equal = 0;"] + _received(receiver, msgs, 1, "first", "sent")
+    out += ["    ASSERT_TRUE(exchange.step(\"received\")) << \"the receiving side did not get every operation\";",
             "",
             "    // At the limits; what is refused is never sent, so each operation arrives once more only.",
             "    if (exchange.sends()) {"]
     for msg in msgs:
         out += _refusals(mod, iface, msg, sender)
         out.append(f"        {_send(sender, msg, f'edge_{msg.name}', 'false')}")
-    out += ["    }",
-            "    if (exchange.receives()) {",
-            f"        ASSERT_TRUE(vantrel::test::waitUntil([&] {{ return {receiver}.reached(operations, 2); }}, exchange.bound()))",
-            "            << \"not every operation at its limits arrived\";"]
-    for msg in msgs:
-        out += [f"        EXPECT_EQ({receiver}.calls(\"{msg.name}\"), 2) << \"{msg.name}\";",
-                f"        equal += {receiver}.last_{msg.name}() == edge_{msg.name};",
-                f"        EXPECT_TRUE({receiver}.last_{msg.name}() == edge_{msg.name})",
-                f"            << \"{msg.name}: the received limits differ from the sent ones\";"]
-    out += ["    }",
-            "    ASSERT_TRUE(exchange.step(\"limits\")) << \"the receiving side did not get every operation at its limits\";"]
+    out += ["    }"] + _received(receiver, msgs, 2, "last", "edge")
+    out += ["    ASSERT_TRUE(exchange.step(\"limits\")) << \"the receiving side did not get every operation at its limits\";"]
     disposing = [m for m in msgs if m.dispose]
     if disposing:
         dnames = ", ".join(f"\"{m.name}\"" for m in disposing)
