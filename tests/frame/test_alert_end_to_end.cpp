@@ -1,5 +1,6 @@
-// M_Alert end to end through real Client and Service facades on loopback: what is read, default bodies,
-// callback maps, the first-write wait, and facades misused or invalidated while sending.
+// M_Alert end to end through real Client and Service facades on loopback: what each kind of service reads
+// (overrides, callback maps as applications hold them, read-only and monitoring facades) and who sent the
+// call in progress, the first-write wait, entry trace lines, and facades misused or invalidated while sending.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "kelva/actors/Session.h"
@@ -16,52 +18,96 @@
 #include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
+using kelva::utils::log::Level;
 using vantrel::test::waitUntil;
 
 namespace {
 
 struct AlertServiceImpl : M_Alert::IService {
+    M_Alert::Service* self = nullptr;  // when set, what it says about each call in progress is recorded
     std::mutex mutex;
     std::vector<M_Alert::AlarmConditionInfoType> raised;
+    std::vector<kelva::actors::CallbackInfo> infos;
 
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
         std::lock_guard<std::mutex> lock(mutex);
         raised.push_back(condition);
+        if (self) infos.push_back(self->callbackInfo());
     }
-};
-
-struct AlertClientImpl : M_Alert::IClient {
-    void ReportAlarmLog(const std::string&, const M_Alert::AlarmLogType&, bool) override {}
+    std::size_t count() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return raised.size();
+    }
 };
 
 using AlertEndToEnd = vantrel::test::TwoSessions;
 
-TEST_F(AlertEndToEnd, OnlyOverriddenOperationsAreReadAndAListedDefaultBodyWarns) {
-    vantrel::test::LogCapture log(kelva::utils::log::Level::warn);
-    AlertServiceImpl serviceImpl;  // overrides CmdRaiseAlarm only
-    auto service = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall) {
+    vantrel::test::LogCapture log(Level::warn);
+    AlertServiceImpl impl, allImpl;  // override CmdRaiseAlarm only
+    auto service = M_Alert::Service::create(serviceSession, "impl", impl);
+    impl.self = &service;
+    EXPECT_TRUE(service.callbackInfo().operation.empty());
     EXPECT_EQ(service.actorInfo().methodsRead, std::vector<std::string>{"CmdRaiseAlarm"});
     EXPECT_EQ(service.actorInfo().methodsWrite, M_Alert::getMethodsAllIClient());
     // The scripting entry point reads all: an operation without override reaches the default body.
-    std::unique_ptr<M_Alert::Service> all(M_Alert::Service::_internalSwigCreate(serviceSession, "all-service", serviceImpl));
-    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
-    client->CmdClearAlarm({"X"});
-    const std::string text = "default implementation called: M_Alert::IService::CmdClearAlarm. Forgot to override this method?";
-    EXPECT_TRUE(waitUntil([&] { return log.count(kelva::utils::log::Level::warn, text) == 1; }));
-}
+    std::unique_ptr<M_Alert::Service> all(M_Alert::Service::_internalSwigCreate(serviceSession, "all", allImpl));
 
-TEST_F(AlertEndToEnd, AnEmptyMethodsListReadsNothingAndSaysSo) {
-    vantrel::test::LogCapture log(kelva::utils::log::Level::warn);
-    std::atomic<int> calls{0};
-    kelva::utils::callback::Wrapper<M_Alert::IService, const M_Alert::AlarmConditionInfoType&> raise(
-        [&](const M_Alert::AlarmConditionInfoType&) { ++calls; });
-    vantrel::CallbackMap callbacks{{"CmdRaiseAlarm", {&raise}}};
-    auto service = M_Alert::Service::create(serviceSession, "alert-service", callbacks, {});
-    EXPECT_EQ(log.count(kelva::utils::log::Level::warn, "no single overridden method detected."), 1u);
-    EXPECT_TRUE(service.actorInfo().methodsRead.empty());
+    std::mutex mutex;
+    std::set<std::string> got;
+    using Raise = kelva::utils::callback::Wrapper<M_Alert::IService, const M_Alert::AlarmConditionInfoType&>;
+    auto recorder = [&](const std::string& who) {
+        return [&, who](const M_Alert::AlarmConditionInfoType& c) {
+            std::lock_guard<std::mutex> lock(mutex);
+            got.insert(who + ":" + c.AlarmDescription);
+        };
+    };
+    Raise raise(recorder("map")), watch(recorder("read-only")), multiplexWatch(recorder("multiplex")),
+        unread(recorder("empty list"));
+    // Not const, as an application holds it; one entry of the wrong type and null, one operation without.
+    kelva::utils::callback::Wrapper<M_Alert::IService, const std::string&> wrong([](const std::string&) {});
+    vantrel::CallbackMap serviceMap{{"CmdRaiseAlarm", {&raise}}, {"CmdClearAlarm", {&wrong, nullptr}}};
+    auto mapped = M_Alert::Service::create(serviceSession, "map", serviceMap,
+                                           {"CmdRaiseAlarm", "CmdClearAlarm", "CmdAcknowledgeAlarm"});
+    vantrel::CallbackMap unreadMap{{"CmdRaiseAlarm", {&unread}}};
+    auto nothing = M_Alert::Service::create(serviceSession, "empty-list", unreadMap, {});
+    EXPECT_EQ(log.count(Level::warn, "no single overridden method detected."), 1u);
+    EXPECT_TRUE(nothing.actorInfo().methodsRead.empty());
+    auto monitorSession = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId());
+    vantrel::CallbackMap readOnlyMap{{"CmdRaiseAlarm", {&watch}}};
+    auto readOnly = M_Alert::Service::createReadOnly(monitorSession, "watcher", readOnlyMap);
+    vantrel::CallbackMap multiplexMap{{"CmdRaiseAlarm", {&multiplexWatch}}};
+    auto multiplex = M_Alert::Service::createMonitor(monitorSession, multiplexMap, {"CmdRaiseAlarm"});
+
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
-    client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());  // no reader: waits out the first-write timeout
-    EXPECT_FALSE(waitUntil([&] { return calls > 0; }, std::chrono::milliseconds(300)));
+    M_Alert::AlarmConditionInfoType condition;
+    condition.AlarmDescription = "Battery";
+    // Readers match one by one; commands are volatile, so send until all have one.
+    EXPECT_TRUE(waitUntil([&] {
+        client->CmdRaiseAlarm(condition);
+        std::lock_guard<std::mutex> lock(mutex);
+        return impl.count() > 0 && got == std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
+    }));
+    client->CmdClearAlarm({"1"});
+    client->CmdAcknowledgeAlarm({"1"});
+    EXPECT_TRUE(waitUntil([&] {
+        // (the multiplex monitor, reading every operation, says so too)
+        return log.count(Level::error, "No callback found for CmdAcknowledgeAlarm") >= 1 &&
+               log.count(Level::error, "Callback for CmdClearAlarm has wrong type or is null!") == 2 &&
+               log.count(Level::warn, "default implementation called: M_Alert::IService::CmdClearAlarm. Forgot to "
+                                      "override this method?") == 1;
+    }));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        EXPECT_EQ(got.count("empty list:Battery"), 0u) << "a service given no methods read one";
+    }
+    // The service tells who sent the call in progress, and nothing once it returned (reset on the dispatcher).
+    EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
+    std::lock_guard<std::mutex> lock(impl.mutex);
+    ASSERT_FALSE(impl.infos.empty());
+    EXPECT_EQ(impl.infos[0].senderId, client.actorInfo().actorId);
+    EXPECT_EQ(impl.infos[0].operation, "CmdRaiseAlarm");
+    EXPECT_EQ(impl.infos[0].actorId, service.actorInfo().actorId);
 }
 
 TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
@@ -91,47 +137,56 @@ std::string misuseText(const std::function<void()>& call) {
     return "no exception";
 }
 
-TEST(AlertFacadeMisuse, ExactTextsAndIdempotentInvalidate) {
-    M_Alert::Client client;
+TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingAndSaySo) {
+    vantrel::test::LogCapture capture(Level::trace);
+    M_Alert::Client unset;
     M_Alert::Service service;
-    EXPECT_EQ(misuseText([&] { client->CmdRaiseAlarm({}); }), "Client::m_actor not initialised!");
-    EXPECT_EQ(misuseText([&] { (void)client.actorInfo(); }), "Actor not initialised!");
+    EXPECT_EQ(misuseText([&] { unset->CmdRaiseAlarm({}); }), "Client::m_actor not initialised!");
+    EXPECT_EQ(misuseText([&] { (void)unset.actorInfo(); }), "Actor not initialised!");
     EXPECT_EQ(misuseText([&] { service->ReportAlertSettings({}); }), "Service::m_actor not initialised!");
-    client.invalidate();
-    client.invalidate();
-    EXPECT_FALSE(client.isValid());
+    EXPECT_THROW(service.callbackInfo(), std::logic_error);
     // Read-only and monitoring facades have no sender.
     auto monitor = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId());
-    AlertClientImpl impl;
-    auto readOnly = M_Alert::Client::createReadOnly(monitor, "watcher", impl);
+    struct : M_Alert::IClient {
+        void ReportAlarmLog(const std::string&, const M_Alert::AlarmLogType&, bool) override {}
+    } readerImpl;
+    auto readOnly = M_Alert::Client::createReadOnly(monitor, "watcher", readerImpl);
     EXPECT_EQ(misuseText([&] { readOnly->CmdRaiseAlarm({}); }), "Client invalid sender!");
-    auto multiplex = M_Alert::Client::createMonitor(monitor, impl);
+    auto multiplex = M_Alert::Client::createMonitor(monitor, readerImpl);
     EXPECT_EQ(misuseText([&] { multiplex->CmdRaiseAlarm({}); }), "Client invalid sender!");
-}
 
-TEST(AlertFacadeMisuse, AFacadeAssignedOverOrInvalidatedAfterSendingKeepsNoStaleSender) {
     auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     AlertServiceImpl serviceImpl;
-    auto service = M_Alert::Service::create(session, "alert-service", serviceImpl);
+    auto receiver = M_Alert::Service::create(session, "alert-service", serviceImpl);
     auto client = M_Alert::Client::createWriteOnly(session, "first");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("1", "", "", "", ""));
-
     // The first actor goes away with the assignment; the next call must use the second one's sender.
     client = M_Alert::Client::createWriteOnly(session, "second");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("2", "", "", "", ""));
-    ASSERT_TRUE(waitUntil([&] { std::lock_guard<std::mutex> l(serviceImpl.mutex); return serviceImpl.raised.size() >= 2; }));
-
+    ASSERT_TRUE(waitUntil([&] { return serviceImpl.count() >= 2; }));
     client.invalidate();
-    try {
-        client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
-        FAIL() << "an invalidated facade still sent";
-    } catch (const std::logic_error& e) {
-        EXPECT_STREQ(e.what(), "Client::m_actor not initialised!");
+    client.invalidate();
+    EXPECT_FALSE(client.isValid());
+    EXPECT_EQ(misuseText([&] { client->CmdRaiseAlarm({}); }), "Client::m_actor not initialised!");
+    {
+        std::lock_guard<std::mutex> l(serviceImpl.mutex);
+        ASSERT_EQ(serviceImpl.raised.size(), 2u);
+        EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
+        EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
     }
-    std::lock_guard<std::mutex> l(serviceImpl.mutex);
-    ASSERT_EQ(serviceImpl.raised.size(), 2u);
-    EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
-    EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
+    // Entry trace lines name the facade's own functions, never the helpers behind them.
+    const auto traces = capture.texts(Level::trace);
+    for (const std::string fragment : {"M_Alert::Client M_Alert::Client::createWriteOnly(std::shared_ptr<kelva::actors::Session>",
+                                       "bool M_Alert::Client::isValid() const", "void M_Alert::Client::invalidate()",
+                                       "M_Alert::Client::~Client()"}) {
+        EXPECT_TRUE(std::any_of(traces.begin(), traces.end(), [&](const std::string& line) {
+            return line.rfind("(", 0) == 0 && line.find(fragment) != std::string::npos;
+        })) << fragment;
+    }
+    for (const auto& line : traces) {
+        EXPECT_EQ(line.find("FacadeAccess::"), std::string::npos) << line;
+        EXPECT_EQ(line.find("FacadeCore::"), std::string::npos) << line;
+    }
 }
 
 TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
@@ -172,10 +227,7 @@ TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
     EXPECT_EQ(thrownAfter, std::vector<std::string>(20, invalid));
     for (const auto& text : thrownBefore) EXPECT_TRUE(text == invalid || text == "Client invalid sender!") << text;
     ASSERT_FALSE(sent.empty());
-    EXPECT_TRUE(waitUntil([&] {
-        std::lock_guard<std::mutex> l(serviceImpl.mutex);
-        return !serviceImpl.raised.empty();
-    }));
+    EXPECT_TRUE(waitUntil([&] { return serviceImpl.count() > 0; }));
     std::lock_guard<std::mutex> l(serviceImpl.mutex);
     EXPECT_LE(serviceImpl.raised.size(), sent.size());
     for (const auto& raised : serviceImpl.raised) {

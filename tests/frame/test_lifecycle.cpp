@@ -1,6 +1,5 @@
 // Facade and session lifecycles that race with received operations: destroying a facade while its callback
-// runs, invalidating a facade from its own callback, and letting go of the last reference to a session from
-// one of its callbacks.
+// runs, invalidating a facade or letting go of the last reference to its session from its own callback.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -59,23 +58,6 @@ struct SelfStoppingService : M_Alert::IService {
     }
 };
 
-TEST_F(Lifecycle, AFacadeInvalidatedFromItsOwnCallbackStopsCleanly) {
-    SelfStoppingService impl;
-    impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
-    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
-    client.waitUntilConnected();
-    client->CmdRaiseAlarm(kCondition);
-    ASSERT_TRUE(waitUntil([&] { return impl.calls == 1; }));
-    EXPECT_TRUE(waitUntil([&] { return !impl.facade.isValid(); }));
-    client->CmdRaiseAlarm(kCondition);  // nobody reads it any more
-    // The session goes on working for others.
-    SelfStoppingService other;
-    other.facade = M_Alert::Service::create(serviceSession, "svc2", other);
-    client->CmdRaiseAlarm(kCondition);
-    EXPECT_TRUE(waitUntil([&] { return other.calls == 1; }));
-    EXPECT_EQ(impl.calls, 1);
-}
-
 struct SessionDroppingService : M_Alert::IService {
     M_Alert::Service facade;
     std::atomic<bool> dropped{false};
@@ -85,23 +67,29 @@ struct SessionDroppingService : M_Alert::IService {
     }
 };
 
-TEST(SessionLifecycle, TheLastSessionReferenceDroppedFromACallbackEndsTheSession) {
-    auto clientSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    SessionDroppingService impl;
+TEST_F(Lifecycle, AFacadeInvalidatedOrTheLastSessionReferenceDroppedFromItsOwnCallbackStopsCleanly) {
+    SelfStoppingService impl;
+    impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
+    SessionDroppingService dropping;
     std::weak_ptr<kelva::actors::Session> weakSession;
     {
-        auto serviceSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-        weakSession = serviceSession;
-        impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
+        auto ownSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+        weakSession = ownSession;
+        dropping.facade = M_Alert::Service::create(ownSession, "dropping", dropping);
     }
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
     client.waitUntilConnected();
     client->CmdRaiseAlarm(kCondition);
-    ASSERT_TRUE(waitUntil([&] { return impl.dropped.load(); }));
-    EXPECT_TRUE(waitUntil([&] { return weakSession.expired(); }));
-    // The client notices that the service's reader went away.
+    ASSERT_TRUE(waitUntil([&] { return impl.calls == 1 && dropping.dropped; }));
+    EXPECT_TRUE(waitUntil([&] { return !impl.facade.isValid() && weakSession.expired(); }));
+    EXPECT_FALSE(dropping.facade.isValid());
+    client->CmdRaiseAlarm(kCondition);  // nobody reads it any more; the client notices the readers went away
+    // The session goes on working for others.
+    SelfStoppingService other;
+    other.facade = M_Alert::Service::create(serviceSession, "svc2", other);
     client->CmdRaiseAlarm(kCondition);
-    EXPECT_FALSE(impl.facade.isValid());
+    EXPECT_TRUE(waitUntil([&] { return other.calls == 1; }));
+    EXPECT_EQ(impl.calls, 1);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // Received values are decoded into storage that the observer keeps from one sample to the next: each call
 // must still see exactly what was sent, with nothing left over from an earlier, larger sample, and a
-// disposal must carry its key and nothing of the data before it.
+// disposal must carry its key and nothing of the data before it. Keyed reports are one instance per key,
+// and a disposal that overtook its data is one disposal.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "vantrel/test/Sessions.h"
 #include "vantrel/test/Support.h"
 
+using vantrel::test::Gate;
 using vantrel::test::waitUntil;
 
 namespace {
@@ -21,6 +24,7 @@ struct Recorder : M_Alert::IClient {
         std::string id;
         M_Alert::AlarmLogType log;
         bool dispose;
+        bool operator==(const LogCall& o) const { return id == o.id && log == o.log && dispose == o.dispose; }
     };
     std::mutex mutex;
     std::vector<LogCall> logs;
@@ -33,6 +37,10 @@ struct Recorder : M_Alert::IClient {
     void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override {
         std::lock_guard<std::mutex> lock(mutex);
         statuses.push_back(status);
+    }
+    std::vector<LogCall> logsNow() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return logs;
     }
     template <class Calls>
     bool waitCount(const Calls& calls, std::size_t n) {
@@ -69,7 +77,7 @@ protected:
     M_Alert::Service service = M_Alert::Service::createWriteOnly(serviceSession, "alert-service");
 };
 
-TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
+TEST_F(ReceivedValues, SmallerListsAfterLargerOnesLeaveNothingBehind) {
     M_Alert::AlertStatusType large;
     large.AlarmConditionStatusList = {entry("one"), entry("two"), entry("three")};
     large.NumberOfActiveCautionAlarms = 3;
@@ -77,21 +85,34 @@ TEST_F(ReceivedValues, ASmallerSampleAfterALargerOneLeavesNothingBehind) {
     small.AlarmConditionStatusList = {M_Alert::AlarmConditionStatusType(
         M_Alert::AlarmConditionInfoType("a", "b", "", "c", ""), M_Alert::AlarmCategoryKind::Critical_Warning, "", "x",
         false, false)};
-    const M_Alert::AlertStatusType empty;
-
+    const std::vector<M_Alert::AlertStatusType> statuses{large, small, {}, large};
     // The topic keeps the latest sample only: each one is awaited before the next is sent.
-    std::size_t expected = 0;
-    for (const M_Alert::AlertStatusType* sent : std::vector<const M_Alert::AlertStatusType*>{&large, &small, &empty, &large}) {
-        service->ReportAlertStatus(*sent, false);
-        ++expected;
-        ASSERT_TRUE(recorder.waitCount(recorder.statuses, expected));
+    for (std::size_t i = 0; i < statuses.size(); ++i) {
+        service->ReportAlertStatus(statuses[i], false);
+        ASSERT_TRUE(recorder.waitCount(recorder.statuses, i + 1));
     }
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    EXPECT_EQ(recorder.statuses, (std::vector<M_Alert::AlertStatusType>{large, small, empty, large}));
+
+    IdsRecorder ids;
+    auto observer = M_Alert::Service::create(serviceSession, "ack-service", ids);
+    auto sender = M_Alert::Client::createWriteOnly(clientSession, "ack-console");
+    sender.waitUntilConnected();
+    const std::vector<M_Alert::AlertIdListType> lists{{longText("first"), longText("second"), "third"}, {"x"}, {}};
+    for (std::size_t i = 0; i < lists.size(); ++i) {
+        sender->CmdAcknowledgeAlarm(lists[i]);
+        ASSERT_TRUE(waitUntil([&] {
+            std::lock_guard<std::mutex> lock(ids.mutex);
+            return ids.acknowledged.size() > i;
+        }));
+    }
+    std::lock_guard<std::mutex> lock(recorder.mutex), idsLock(ids.mutex);
+    EXPECT_EQ(recorder.statuses, statuses);
+    EXPECT_EQ(ids.acknowledged, lists);
 }
 
-TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
-
+// `full` and `bare` share their key; `other` has another. A client joining after the three writes gets one
+// sample per instance; disposing the first instance reaches the early client once, with its key and no
+// data; a client joining after that gets `other` only; the disposed instance can be written again.
+TEST_F(ReceivedValues, KeyedReportsAreOneInstancePerKeyAndADisposalCarriesOnlyItsKey) {
     M_Alert::AlarmLogType full;
     full.Status = M_Alert::AlarmStatusKind::Type(2);
     full.IsSuppressed = full.IsAcknowledged = full.IsAutoAcknowledged = true;
@@ -101,59 +122,70 @@ TEST_F(ReceivedValues, OptionalsAndStringListsShrinkAsSent) {
     full.TimeAcknowledged = {M_Common::TimeType(30, 40)};
     M_Alert::AlarmLogType bare;
     bare.Condition.Nature = "n";
-
-    service->ReportAlarmLog(longText("alarm id"), full, false);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 1));
-    service->ReportAlarmLog("A2", bare, false);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 2));
-    {
-        std::lock_guard<std::mutex> lock(recorder.mutex);
-        EXPECT_EQ(recorder.logs[0].id, longText("alarm id"));
-        EXPECT_EQ(recorder.logs[0].log, full);
-        EXPECT_EQ(recorder.logs[1].id, "A2");
-        EXPECT_EQ(recorder.logs[1].log, bare);
-        EXPECT_FALSE(recorder.logs[1].dispose);
+    const std::string id = longText("alarm id");
+    const std::vector<Recorder::LogCall> writes{{id, full, false}, {id, bare, false}, {"B", full, false}};
+    for (std::size_t i = 0; i < writes.size(); ++i) {  // each awaited: one instance keeps its latest sample only
+        service->ReportAlarmLog(writes[i].id, writes[i].log, false);
+        ASSERT_TRUE(recorder.waitCount(recorder.logs, i + 1));
     }
+    Recorder late;
+    auto lateClient = M_Alert::Client::create(clientSession, "late", late);
+    ASSERT_TRUE(late.waitCount(late.logs, 2));
+    const auto lateLogs = late.logsNow();  // in either order, the latest sample of each instance
+    EXPECT_TRUE(lateLogs == (std::vector<Recorder::LogCall>{writes[1], writes[2]}) ||
+                lateLogs == (std::vector<Recorder::LogCall>{writes[2], writes[1]}));
 
-    IdsRecorder ids;
-    auto observer = M_Alert::Service::create(serviceSession, "ack-service", ids);
-    auto sender = M_Alert::Client::createWriteOnly(clientSession, "ack-console");
-    sender.waitUntilConnected();
-    const M_Alert::AlertIdListType many{longText("first"), longText("second"), "third"};
-    const M_Alert::AlertIdListType one{"x"};
-    const M_Alert::AlertIdListType noIds;
-    std::size_t expected = 0;
-    for (const auto* sent : {&many, &one, &noIds}) {  // each awaited, as the decode of one reuses the last
-        sender->CmdAcknowledgeAlarm(*sent);
-        ++expected;
-        ASSERT_TRUE(waitUntil([&] {
-            std::lock_guard<std::mutex> lock(ids.mutex);
-            return ids.acknowledged.size() >= expected;
-        }));
-    }
-    std::lock_guard<std::mutex> lock(ids.mutex);
-    EXPECT_EQ(ids.acknowledged, (std::vector<M_Alert::AlertIdListType>{many, one, noIds}));
+    service->ReportAlarmLog(id, full, true);
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 4));
+    Recorder afterDispose;
+    auto thirdClient = M_Alert::Client::create(clientSession, "after-dispose", afterDispose);
+    ASSERT_TRUE(waitUntil([&] {
+        const auto logs = afterDispose.logsNow();
+        return std::find(logs.begin(), logs.end(), writes[2]) != logs.end();
+    })) << "disposing one instance removed the other";
+    for (const auto& call : afterDispose.logsNow()) EXPECT_TRUE(call.id != id || call.dispose) << "outlived its dispose";
+    service->ReportAlarmLog(id, bare, false);
+    ASSERT_TRUE(recorder.waitCount(recorder.logs, 5)) << "nothing was published after the dispose";
+    auto expected = writes;
+    expected.push_back({id, {}, true});  // the disposal carries no data of the sample before it
+    expected.push_back(writes[1]);
+    EXPECT_EQ(recorder.logsNow(), expected);
 }
 
-TEST_F(ReceivedValues, ADisposalCarriesItsKeyAndNoDataOfTheSampleBeforeIt) {
+using Overtaking = vantrel::test::TwoSessions;
 
+// Holds the dispatcher of its session in ReportAlertStatus until released.
+struct BusyConsole : Recorder {
+    Gate entered, release;
+    void ReportAlertStatus(const M_Alert::AlertStatusType&, bool) override {
+        entered.open();
+        release.wait();
+    }
+};
+
+TEST_F(Overtaking, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly) {
+    BusyConsole console;
+    auto client = M_Alert::Client::create(clientSession, "console", console);
+    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alerts");
+    ASSERT_TRUE(waitUntil([&] {
+        service->ReportAlertStatus({}, false);
+        return console.entered.wait(std::chrono::milliseconds(200));
+    }));
+    // The client's dispatcher is busy: within one process the DDS layer delivers each write and dispose
+    // into the reader before the call returns, so both wait there together.
     M_Alert::AlarmLogType log;
-    log.Status = M_Alert::AlarmStatusKind::Type(1);
-    log.IsAcknowledged = true;
-    log.Condition = entry("disposed").ConditionInfo;
-    log.TimeRaised = M_Common::TimeType(5, 6);
-    log.TimeAcknowledged = {M_Common::TimeType(7, 8)};
-    service->ReportAlarmLog("A1", log, false);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 1));
-    service->ReportAlarmLog("A1", log, true);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 2));
-
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    ASSERT_EQ(recorder.logs.size(), 2u);
-    EXPECT_EQ(recorder.logs[0].log, log);
-    EXPECT_EQ(recorder.logs[1].id, "A1");
-    EXPECT_TRUE(recorder.logs[1].dispose);
-    EXPECT_EQ(recorder.logs[1].log, M_Alert::AlarmLogType()) << "the disposal carried data of the sample before it";
+    log.Condition.AlarmDescription = "live";
+    service->ReportAlarmLog("71", log, false);
+    service->ReportAlarmLog("71", {}, true);
+    service->ReportAlarmLog("72", log, false);
+    console.release.open();
+    ASSERT_TRUE(console.waitCount(console.logs, 2));
+    // Nothing more may come; give a stray duplicate the time to show.
+    EXPECT_FALSE(waitUntil([&] { return console.logsNow().size() > 2; }, std::chrono::milliseconds(300)));
+    std::vector<std::string> seen;
+    for (const auto& call : console.logsNow()) seen.push_back(call.id + (call.dispose ? "/dispose" : "/data"));
+    std::sort(seen.begin(), seen.end());
+    EXPECT_EQ(seen, (std::vector<std::string>{"71/dispose", "72/data"})) << "a disposed instance reported as live";
 }
 
 }  // namespace
