@@ -106,11 +106,9 @@ def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest()
     schema = tool("show", "--schema", "M_Alert.CmdRaiseAlarm", check=True).stdout
     assert "struct CmdRaiseAlarm" in schema and "struct AlarmConditionInfoType" in schema
     assert tool("show", "M_Alert.NoSuchThing").returncode == 2
-    modules = tool("show", "M_Al*")
-    assert modules.returncode == 0 and modules.stdout.startswith("M_Alert (interface "), modules.stderr
-    commands = tool("show", "M_Alert.Cmd*")
-    assert commands.returncode == 0, commands.stderr
-    assert "M_Alert.IService.CmdRaiseAlarm\n" in commands.stdout and "Report" not in commands.stdout
+    assert tool("show", "M_Al*", check=True).stdout.startswith("M_Alert (interface ")
+    commands = tool("show", "M_Alert.Cmd*", check=True).stdout
+    assert "M_Alert.IService.CmdRaiseAlarm\n" in commands and "Report" not in commands
     listed = tool("list", "M_Alert.Cmd*").stdout
     assert "IService.CmdRaiseAlarm" in listed and "ReportAlarmLog" not in listed
     for args, near in ((["show", "M_Alrt"], "M_Alert"),
@@ -147,11 +145,10 @@ def test_call_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_acto
     assert any(p["program"].endswith("alert_demo") for p in out["processes"])
     assert out["mismatches"] == []
     car = {**os.environ, "VANTREL_DOMAIN": "car"}
-    chosen = tool("ps", "--wait", "3", "-d", DOMAIN, domain=None, env=car)
-    assert chosen.returncode == 0 and "alert_demo" in chosen.stdout, chosen.stdout + chosen.stderr
+    assert "alert_demo" in tool("ps", "--wait", "3", "-d", DOMAIN, domain=None, env=car, check=True).stdout
     bad = tool("ps", "--wait", "0", domain=None, env=car)
     assert bad.returncode == 2 and "VANTREL_DOMAIN" in bad.stderr, bad.stderr
-    assert tool("list", "M_Alert", env=car).returncode == 0  # takes no domain
+    tool("list", "M_Alert", env=car, check=True)  # takes no domain
 
     # Disposal: clearing the alarm disposes its log.
     sent = tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True).stdout
@@ -232,10 +229,8 @@ def test_recordings_info_and_replays_into_a_fresh_domain(service, second_domain,
     assert by_topic[("M_Alert_IClient_ReportAlarmLog", "data")]["metadata"]["writer_guid"]
     assert json.loads(tool("info", "--json", str(logs), check=True).stdout)["compression"] == ["lz4"]
     if MCAP_CHECK:  # an independent reader decodes every message from the file's own schemas
-        decoded = subprocess.run(["node", MCAP_CHECK, str(drive)], capture_output=True, text=True, timeout=120)
-        assert decoded.returncode == 0, decoded.stderr
-        raised = [json.loads(l)["value"] for l in decoded.stdout.splitlines() if '"M_Alert_IService_CmdRaiseAlarm"' in l]
-        assert [r["Condition"] for r in raised] == conditions
+        raised = [m["value"]["Condition"] for m in decoded(drive) if m["topic"] == "M_Alert_IService_CmdRaiseAlarm"]
+        assert raised == conditions
 
     good = logs.read_bytes()
     again = tool("record", "-o", str(logs), "--duration", "1", "M_Alert")
@@ -340,11 +335,15 @@ def test_the_commands_the_demo_prints_see_the_demo():
     assert code == 0 and "demo: stopped" in demo.lines, demo.report()
 
 
-def publish_times(path):
-    """The publish times of every message, as the independent reader reads them through the file's index."""
+def decoded(path):
+    """Every message as the independent reader decodes it through the file's index."""
     done = subprocess.run(["node", MCAP_CHECK, str(path)], capture_output=True, text=True, timeout=120)
     assert done.returncode == 0, f"{path}: {done.stderr}"
-    lines = [json.loads(line) for line in done.stdout.splitlines()]
+    return [json.loads(line) for line in done.stdout.splitlines()]
+
+
+def publish_times(path):
+    lines = decoded(path)
     assert all(line["value"]["Condition"] == POWER for line in lines)
     return [int(line["publishTime"]) for line in lines]
 
@@ -362,9 +361,7 @@ def kill_and_recover(tmp, rate, seconds):
     time.sleep(seconds)  # more chunks flushed and one in flight
     killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness, settle=1.0)
     assert witness_exit == 0, witness.report()
-    done = tool("recover", killed, "-o", fixed)
-    assert done.returncode == 0, done.stderr
-    return killed_at, killed, reference, fixed, done.stdout
+    return killed_at, killed, reference, fixed, tool("recover", killed, "-o", fixed, check=True).stdout
 
 
 @needs_reader
