@@ -1,9 +1,6 @@
 """The vantrel tool end to end: every verb as a separate process against a running alert service on
-loopback, recordings checked by an independent reader, bad input refused with exit code 2, and what a
-newcomer meets first (the demo's printed commands, the domain from VANTREL_DOMAIN, the nearest names), and
-recordings that survive: a recorder killed mid-stream leaves a file `recover` makes whole again (checked by an
-independent reader against a second recorder closed properly; tests/cli/measure_recovery.py measures it), and
-split recordings are each a complete file and together hold every message sent."""
+loopback, recordings checked by an independent reader (also after a recorder was killed, or split), bad
+input refused with exit code 2, and what a newcomer meets first."""
 
 import json
 import os
@@ -19,9 +16,7 @@ from fnmatch import fnmatch
 import pytest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
-from vantrel_testing import Process  # noqa: E402
-from vantrel_testing import kill_recorder_mid_stream  # noqa: E402
-from vantrel_testing import wait_until as wait_for  # noqa: E402
+from vantrel_testing import Process, wait_until as wait_for  # noqa: E402
 
 TOOL = os.environ["VANTREL_TOOL"]
 ALERT_DEMO = os.environ["VANTREL_ALERT_DEMO"]
@@ -44,6 +39,21 @@ def tool(*args, domain=DOMAIN, timeout=60, check=False, env=None):
     return done
 
 
+TOPIC = "M_Alert.IService.CmdRaiseAlarm"
+RATE = 100  # sends per second
+
+needs_reader = pytest.mark.skipif(not MCAP_CHECK, reason="the independent reader (tests/tools/mcap-check) is not installed")
+
+
+def recorder(path, *options, topics=(TOPIC,)):
+    return Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, *topics], stdin=False)
+
+
+def sender(count, rate=RATE):
+    return Process([TOOL, "call", "--domain", DOMAIN, "--rate", str(rate), "--count", str(count), "-q",
+                    "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": POWER})], stdin=False)
+
+
 @pytest.fixture
 def service():
     s = Process([ALERT_DEMO, "service", DOMAIN, "300"], stdin=False)
@@ -63,8 +73,8 @@ def second_domain():
     holder.wait(timeout=10)
 
 
-def raise_alarm(condition=POWER, domain=DOMAIN):
-    tool("call", "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": condition}), domain=domain, check=True)
+def raise_alarm(condition=POWER, env=None):
+    tool("call", "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": condition}), env=env, check=True)
 
 
 def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest():
@@ -94,11 +104,9 @@ def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest()
     schema = tool("show", "--schema", "M_Alert.CmdRaiseAlarm", check=True).stdout
     assert "struct CmdRaiseAlarm" in schema and "struct AlarmConditionInfoType" in schema
     assert tool("show", "M_Alert.NoSuchThing").returncode == 2
-    modules = tool("show", "M_Al*")
-    assert modules.returncode == 0 and modules.stdout.startswith("M_Alert (interface "), modules.stderr
-    commands = tool("show", "M_Alert.Cmd*")
-    assert commands.returncode == 0, commands.stderr
-    assert "M_Alert.IService.CmdRaiseAlarm\n" in commands.stdout and "Report" not in commands.stdout
+    assert tool("show", "M_Al*", check=True).stdout.startswith("M_Alert (interface ")
+    commands = tool("show", "M_Alert.Cmd*", check=True).stdout
+    assert "M_Alert.IService.CmdRaiseAlarm\n" in commands and "Report" not in commands
     listed = tool("list", "M_Alert.Cmd*").stdout
     assert "IService.CmdRaiseAlarm" in listed and "ReportAlarmLog" not in listed
     for args, near in ((["show", "M_Alrt"], "M_Alert"),
@@ -111,9 +119,26 @@ def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest()
     assert nothing.returncode == 2 and "did you mean" not in nothing.stderr, nothing.stderr
 
 
-def test_call_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_actors(service):
-    raise_alarm()
+def test_call_refuses_bad_arguments_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_actors(service):
+    for operation, arguments, message in [
+        ("CmdRaiseAlarm", '{"Condition": {', "not valid JSON"),
+        ("CmdRaiseAlarm", '{"Condition": {"Subsystem": "Power"}}',
+         "Condition.Subsystem: no such member in M_Alert::AlarmConditionInfoType"),
+        ("CmdRaiseAlarm", '{"Condition": {"SubsystemName": 12}}', "Condition.SubsystemName: expected a string, got 12"),
+        ("CmdRaiseAlarm", '{"Condition": []}', "Condition: expected an object"),
+        ("CmdRaiseAlarm", '{"Extra": 1}', "Extra: no such member"),
+        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"Status": "Burning"}}',
+         "Alarm.Status: expected a literal of M_Alert::AlarmStatusKind (Unknown, Inactive, Active)"),
+        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"TimeAcknowledged": [{}, {}]}}',
+         "Alarm.TimeAcknowledged: optional holds 2 elements, at most 1"),
+    ]:
+        done = tool("call", f"M_Alert.{operation}", arguments)
+        assert done.returncode == 2 and message in done.stderr, (arguments, done.stderr)
+    for args in (["call", "M_Alert.CmdNothing"], ["call", "M_Alert.CmdRaiseAlarm", "{}", "--dispose"], ["frobnicate"]):
+        assert tool(*args).returncode == 2, args
+    raise_alarm()  # the first alarm the service sees: nothing was sent before it
     assert wait_for(lambda: service.matching(f"service: raise {POWER_TEXT} -> ALM-1"))
+    assert len(service.matching("service: raise")) == 1
     # A late echo still sees the current state of the transient-local reports.
     late = tool("echo", "--json", "-n", "2", "--duration", "20", "M_Alert.IClient.ReportAlarmLog",
                 "M_Alert.IClient.ReportAlertStatus", check=True)
@@ -135,11 +160,10 @@ def test_call_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_acto
     assert any(p["program"].endswith("alert_demo") for p in out["processes"])
     assert out["mismatches"] == []
     car = {**os.environ, "VANTREL_DOMAIN": "car"}
-    chosen = tool("ps", "--wait", "3", "-d", DOMAIN, domain=None, env=car)
-    assert chosen.returncode == 0 and "alert_demo" in chosen.stdout, chosen.stdout + chosen.stderr
+    assert "alert_demo" in tool("ps", "--wait", "3", "-d", DOMAIN, domain=None, env=car, check=True).stdout
     bad = tool("ps", "--wait", "0", domain=None, env=car)
     assert bad.returncode == 2 and "VANTREL_DOMAIN" in bad.stderr, bad.stderr
-    assert tool("list", "M_Alert", env=car).returncode == 0  # takes no domain
+    tool("list", "M_Alert", env=car, check=True)  # takes no domain
 
     # Disposal: clearing the alarm disposes its log.
     sent = tool("call", "M_Alert.CmdClearAlarm", '{"AlarmIdList": ["ALM-1"]}', check=True).stdout
@@ -151,37 +175,13 @@ def test_call_reaches_the_service_echo_shows_state_and_disposals_and_ps_the_acto
     assert '"KeyAlarmId":"ALM-1"' in disposed and "M_Alert.IClient.ReportAlarmLog from " in disposed
 
 
-def test_call_refuses_bad_arguments_and_sends_nothing(service):
-    for operation, arguments, message in [
-        ("CmdRaiseAlarm", '{"Condition": {', "not valid JSON"),
-        ("CmdRaiseAlarm", '{"Condition": {"Subsystem": "Power"}}',
-         "Condition.Subsystem: no such member in M_Alert::AlarmConditionInfoType"),
-        ("CmdRaiseAlarm", '{"Condition": {"SubsystemName": 12}}', "Condition.SubsystemName: expected a string, got 12"),
-        ("CmdRaiseAlarm", '{"Condition": []}', "Condition: expected an object"),
-        ("CmdRaiseAlarm", '{"Extra": 1}', "Extra: no such member"),
-        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"Status": "Burning"}}',
-         "Alarm.Status: expected a literal of M_Alert::AlarmStatusKind (Unknown, Inactive, Active)"),
-        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"TimeAcknowledged": [{}, {}]}}',
-         "Alarm.TimeAcknowledged: optional holds 2 elements, at most 1"),
-    ]:
-        done = tool("call", f"M_Alert.{operation}", arguments)
-        assert done.returncode == 2 and message in done.stderr, (arguments, done.stderr)
-    for args in (["call", "M_Alert.CmdNothing"], ["call", "M_Alert.CmdRaiseAlarm", "{}", "--dispose"], ["frobnicate"]):
-        assert tool(*args).returncode == 2, args
-    # What follows arrives first: nothing was sent before it.
-    raise_alarm({**POWER, "Nature": "after"})
-    assert wait_for(lambda: service.matching("service: raise"))
-    assert len(service.matching("service: raise")) == 1 and "after" in service.matching("service: raise")[0]
-
-
 def test_hz_and_bw_measure_a_stream():
-    stream = subprocess.Popen([TOOL, "call", "--domain", DOMAIN, "-q", "--rate", "100", "--count", "800",
-                               "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": POWER})])
+    stream = sender(800)
     try:
-        hz = tool("hz", "--json", "--duration", "4", "--window", "2", "M_Alert.IService.CmdRaiseAlarm", check=True)
-        bw = tool("bw", "--json", "--duration", "3", "--window", "2", "M_Alert.IService.CmdRaiseAlarm", check=True)
+        hz = tool("hz", "--json", "--duration", "4", "--window", "2", TOPIC, check=True)
+        bw = tool("bw", "--json", "--duration", "3", "--window", "2", TOPIC, check=True)
     finally:
-        stream.wait(timeout=60)
+        assert stream.finish(seconds=60) == 0, stream.report()
     last = json.loads(hz.stdout.splitlines()[-1])
     assert last["topic"] == "M_Alert_IService_CmdRaiseAlarm" and 70 < last["hz"] < 130, last
     band = json.loads(bw.stdout.splitlines()[-1])
@@ -194,9 +194,8 @@ def test_recordings_info_and_replays_into_a_fresh_domain(service, second_domain,
     service of another domain (whole, from 1 s in, looping) and of the reports with their disposals, and bad
     recordings refused without sending anything or overwriting."""
     drive, logs, reports = tmp_path / "drive.mcap", tmp_path / "lz4.mcap", tmp_path / "reports.mcap"
-    recorders = [Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options], stdin=False)
-                 for path, options in ((drive, ["M_Alert"]), (logs, ["--compression", "lz4", "M_Alert"]),
-                                       (reports, ["M_Alert.IClient.ReportAlarmLog"]))]
+    recorders = [recorder(drive, topics=["M_Alert"]), recorder(logs, "--compression", "lz4", topics=["M_Alert"]),
+                 recorder(reports, topics=["M_Alert.IClient.ReportAlarmLog"])]
     assert wait_for(lambda: all(r.matching("recording") for r in recorders))
     time.sleep(1.0)  # the recorders' readers are matched
     conditions = [{**POWER, "Nature": f"n{i}"} for i in range(3)]
@@ -222,10 +221,8 @@ def test_recordings_info_and_replays_into_a_fresh_domain(service, second_domain,
     assert by_topic[("M_Alert_IClient_ReportAlarmLog", "data")]["metadata"]["writer_guid"]
     assert json.loads(tool("info", "--json", str(logs), check=True).stdout)["compression"] == ["lz4"]
     if MCAP_CHECK:  # an independent reader decodes every message from the file's own schemas
-        decoded = subprocess.run(["node", MCAP_CHECK, str(drive)], capture_output=True, text=True, timeout=120)
-        assert decoded.returncode == 0, decoded.stderr
-        raised = [json.loads(l)["value"] for l in decoded.stdout.splitlines() if '"M_Alert_IService_CmdRaiseAlarm"' in l]
-        assert [r["Condition"] for r in raised] == conditions
+        raised = [m["value"]["Condition"] for m in decoded(drive) if m["topic"] == "M_Alert_IService_CmdRaiseAlarm"]
+        assert raised == conditions
 
     good = logs.read_bytes()
     again = tool("record", "-o", str(logs), "--duration", "1", "M_Alert")
@@ -285,9 +282,7 @@ def test_the_tool_follows_the_topic_prefix_and_qos_rules_of_its_configuration(tm
     config.write_text('[topics]\nprefix = ""\n\n[[qos]]\nmatch = "*_ReportAlarmLog"\nreliability = "best_effort"\n'
                       'durability = "volatile"\n')
     env = {**os.environ, "KELVA_CONFIG": str(config)}
-    listed = subprocess.run([TOOL, "list", "--json", "M_Alert.IClient.ReportAlarmLog"], capture_output=True,
-                            text=True, env=env, timeout=60)
-    entry = json.loads(listed.stdout)
+    entry = json.loads(tool("list", "--json", "M_Alert.IClient.ReportAlarmLog", env=env, check=True).stdout)
     assert entry["topic"] == "VendorData_M_Alert_IClient_ReportAlarmLog"
     assert entry["qos"].startswith("best-effort, volatile"), entry["qos"]
 
@@ -295,9 +290,7 @@ def test_the_tool_follows_the_topic_prefix_and_qos_rules_of_its_configuration(tm
     echo = Process([TOOL, "echo", "--domain", DOMAIN, "--json", "M_Alert.IClient.ReportAlarmLog"], env=env, stdin=False)
     try:
         time.sleep(1.0)
-        called = subprocess.run([TOOL, "call", "--domain", DOMAIN, "M_Alert.CmdRaiseAlarm",
-                                 json.dumps({"Condition": POWER})], capture_output=True, text=True, env=env, timeout=60)
-        assert called.returncode == 0, called.stderr
+        raise_alarm(env=env)
         assert wait_for(lambda: service.matching("service: raise")), service.report()
         assert wait_for(lambda: echo.matching("ReportAlarmLog")), echo.report()
         log = json.loads(echo.matching("ReportAlarmLog")[0])
@@ -334,26 +327,15 @@ def test_the_commands_the_demo_prints_see_the_demo():
     assert code == 0 and "demo: stopped" in demo.lines, demo.report()
 
 
-TOPIC = "M_Alert.IService.CmdRaiseAlarm"
-RATE = 100  # sends per second
-
-needs_reader = pytest.mark.skipif(not MCAP_CHECK, reason="the independent reader (tests/tools/mcap-check) is not installed")
-
-
-def recorder(path, *options):
-    return Process([TOOL, "record", "--domain", DOMAIN, "-o", str(path), *options, TOPIC], stdin=False)
-
-
-def sender(count, rate=RATE):
-    return Process([TOOL, "call", "--domain", DOMAIN, "--rate", str(rate), "--count", str(count), "-q",
-                    "M_Alert.CmdRaiseAlarm", json.dumps({"Condition": POWER})], stdin=False)
+def decoded(path):
+    """Every message as the independent reader decodes it through the file's index."""
+    done = subprocess.run(["node", MCAP_CHECK, str(path)], capture_output=True, text=True, timeout=120)
+    assert done.returncode == 0, f"{path}: {done.stderr}"
+    return [json.loads(line) for line in done.stdout.splitlines()]
 
 
 def publish_times(path):
-    """The publish times of every message, as the independent reader reads them through the file's index."""
-    done = subprocess.run(["node", MCAP_CHECK, str(path)], capture_output=True, text=True, timeout=120)
-    assert done.returncode == 0, f"{path}: {done.stderr}"
-    lines = [json.loads(line) for line in done.stdout.splitlines()]
+    lines = decoded(path)
     assert all(line["value"]["Condition"] == POWER for line in lines)
     return [int(line["publishTime"]) for line in lines]
 
@@ -369,11 +351,14 @@ def kill_and_recover(tmp, rate, seconds):
     send = sender(10**8, rate)
     assert wait_for(lambda: killed.exists() and killed.stat().st_size > 0), victim.report()  # a first flush
     time.sleep(seconds)  # more chunks flushed and one in flight
-    killed_at, witness_exit = kill_recorder_mid_stream(victim, send, witness, settle=1.0)
-    assert witness_exit == 0, witness.report()
-    done = tool("recover", killed, "-o", fixed)
-    assert done.returncode == 0, done.stderr
-    return killed_at, killed, reference, fixed, done.stdout
+    killed_at = time.time_ns()
+    victim.proc.send_signal(signal.SIGKILL)
+    victim.finish()
+    time.sleep(1.0)
+    send.stop()
+    time.sleep(1.0)  # the last messages sent arrive at the witness, which closes its file properly
+    assert witness.stop() == 0, witness.report()
+    return killed_at, killed, reference, fixed, tool("recover", killed, "-o", fixed, check=True).stdout
 
 
 @needs_reader

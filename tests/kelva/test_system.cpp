@@ -7,19 +7,11 @@
 
 #include "kelva/utils/System.h"
 
-namespace {
-
-void record(void* entry) {
-    auto* e = static_cast<std::pair<std::vector<std::string>*, std::string>*>(entry);
-    e->first->push_back(e->second);
-}
-
-}  // namespace
-
 TEST(System, ThreadExitCleanupsRunWhenTheThreadEndsLatestFirst) {
-    std::vector<std::string> ran;
-    std::pair<std::vector<std::string>*, std::string> first{&ran, "first"}, second{&ran, "second"};
-    std::vector<std::string> seenBeforeEnd;
+    std::vector<std::string> ran, seenBeforeEnd;
+    using Entry = std::pair<std::vector<std::string>*, std::string>;
+    Entry first{&ran, "first"}, second{&ran, "second"};
+    const auto record = [](void* entry) { static_cast<Entry*>(entry)->first->push_back(static_cast<Entry*>(entry)->second); };
     std::thread worker([&] {
         kelva::utils::system::atThreadExit(record, &first);
         kelva::utils::system::atThreadExit(record, &second);

@@ -13,6 +13,7 @@
 #include <map>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace vantrel::mcap::testing {
@@ -55,8 +56,7 @@ struct Recorded {
     uint64_t publishTime;
     std::string data;
     bool operator==(const Recorded& o) const {
-        return topic == o.topic && sequence == o.sequence && logTime == o.logTime && publishTime == o.publishTime &&
-               data == o.data;
+        return std::tie(topic, sequence, logTime, publishTime, data) == std::tie(o.topic, o.sequence, o.logTime, o.publishTime, o.data);
     }
 };
 

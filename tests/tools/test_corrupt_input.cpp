@@ -171,7 +171,7 @@ TEST_F(CorruptInput, ErrorsSayWhatIsWrong) {
     EXPECT_NE(readError(dir.file("")).find("not a regular file"), std::string::npos);
 }
 
-TEST_F(CorruptInput, AFileWithoutSummaryIsReadFromTheStart) {
+TEST_F(CorruptInput, FilesWithoutSummaryAreReadFromTheStartMessagesOutsideChunksInFileOrder) {
     writeBytes(path, withoutSummary(good));
     Reader reader(path);
     EXPECT_FALSE(reader.indexed());
@@ -184,21 +184,19 @@ TEST_F(CorruptInput, AFileWithoutSummaryIsReadFromTheStart) {
     ReadOptions gamma;
     gamma.channelFilter = [](const Channel& c) { return c.topic == "gamma"; };
     EXPECT_EQ(readAll(reader, gamma).size(), 8U);
-}
 
-TEST_F(CorruptInput, MessagesOutsideChunksAreReadInFileOrder) {
-    writeBytes(path, handMade([](ByteBuffer& b) {
+    writeBytes(dir.file("hand.mcap"), handMade([](ByteBuffer& b) {
                    encodeSchema(b, Schema{1, "S", "omgidl", "struct S {};"});
                    encodeChannel(b, Channel{4, 1, "/t", "cdr", {}});
                    encodeMessage(b, 4, 1, 300, 299, "one", 3);
                    encodeMessage(b, 4, 2, 100, 99, "two", 3);
                }));
-    Reader reader(path);
-    EXPECT_EQ(reader.header().library, "by hand");
+    Reader handMadeReader(dir.file("hand.mcap"));
+    EXPECT_EQ(handMadeReader.header().library, "by hand");
     const std::vector<Recorded> expected = {{"/t", 1, 300, 299, "one"}, {"/t", 2, 100, 99, "two"}};
-    EXPECT_EQ(readAll(reader), expected);
-    EXPECT_EQ(reader.statistics().messageStartTime, 100U);
-    EXPECT_EQ(reader.statistics().messageEndTime, 300U);
+    EXPECT_EQ(readAll(handMadeReader), expected);
+    EXPECT_EQ(handMadeReader.statistics().messageStartTime, 100U);
+    EXPECT_EQ(handMadeReader.statistics().messageEndTime, 300U);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 
 using namespace testing;
 
-TEST(RoundTripOrder, MergesOverlappingChunksByLogTimeAndKeepsFileOrderForEqualTimes) {
+TEST(RoundTripRead, MergesOverlappingChunksByLogTimeKeepsFileOrderForEqualTimesAndFiltersByTimeAndChannel) {
     TempDir dir;
     // Times go back and forth across chunk borders; the three at 500 keep the order they were written in.
     std::vector<Recorded> written;
@@ -32,31 +32,23 @@ TEST(RoundTripOrder, MergesOverlappingChunksByLogTimeAndKeepsFileOrderForEqualTi
     std::vector<Recorded> expected = written;
     std::stable_sort(expected.begin(), expected.end(), [](const auto& a, const auto& b) { return a.logTime < b.logTime; });
     EXPECT_EQ(readAll(reader), expected);
-}
 
-TEST(RoundTripFilters, SelectsByInclusiveTimeRangeAndChannelAndStopsWhenAsked) {
-    TempDir dir;
+    // Inclusive time ranges, channels, and a stop when the callback asks.
     const auto messages = sampleMessages(90);
-    WriterOptions options;
     options.chunkSize = 1024;
     record(dir.file("f.mcap"), messages, options);
-    Reader reader(dir.file("f.mcap"));
-
+    Reader filtered(dir.file("f.mcap"));
     ReadOptions range;
     range.startTime = messages[10].logTime;
     range.endTime = messages[20].logTime;
-    const auto inRange = readAll(reader, range);
-    EXPECT_EQ(inRange, std::vector<Recorded>(messages.begin() + 10, messages.begin() + 21));
-
+    EXPECT_EQ(readAll(filtered, range), std::vector<Recorded>(messages.begin() + 10, messages.begin() + 21));
     ReadOptions beta;
     beta.channelFilter = [](const Channel& c) { return c.topic == "beta"; };
-    const auto betas = readAll(reader, beta);
-    std::vector<Recorded> expected;
-    std::copy_if(messages.begin(), messages.end(), std::back_inserter(expected), [](const auto& m) { return m.topic == "beta"; });
-    EXPECT_EQ(betas, expected);
-
+    std::vector<Recorded> betas;
+    std::copy_if(messages.begin(), messages.end(), std::back_inserter(betas), [](const auto& m) { return m.topic == "beta"; });
+    EXPECT_EQ(readAll(filtered, beta), betas);
     int seen = 0;
-    reader.forEachMessage([&seen](const MessageView&) { return ++seen < 5; });
+    filtered.forEachMessage([&seen](const MessageView&) { return ++seen < 5; });
     EXPECT_EQ(seen, 5);
 }
 

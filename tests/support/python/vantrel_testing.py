@@ -103,16 +103,3 @@ class Process:
 
     def report(self):
         return f"{' '.join(self.cmd)}\nstdout:\n" + "\n".join(self.lines) + "\nstderr:\n" + "\n".join(self.errors)
-
-
-def kill_recorder_mid_stream(victim, sender, witness, settle=0.5):
-    """SIGKILLs the recorder `victim` while `sender` goes on sending, then stops the sender and, once its last
-    messages have arrived, the recorder `witness` that closes its file properly. Returns the wall-clock time
-    of the kill (ns) and the witness's exit code."""
-    killed_at = time.time_ns()
-    victim.proc.send_signal(signal.SIGKILL)
-    victim.finish()
-    time.sleep(settle)
-    sender.stop()
-    time.sleep(settle)
-    return killed_at, witness.stop()

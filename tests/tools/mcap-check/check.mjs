@@ -1,11 +1,9 @@
 #!/usr/bin/env node
 // Reads a recording with the format's reference reader for JavaScript, through the summary and the chunk
-// indexes, and decodes every message from its channel's schema alone (OMG IDL, CDR). Prints one JSON line per
-// message in log-time order: {"topic": ..., "logTime": "<ns>", "publishTime": "<ns>", "value": <decoded>},
-// 64-bit integers as strings, typed arrays as arrays. Given EXPECTED (such lines, from vantrel-mcap-samples), it
-// compares instead and prints the first differences: member names without the leading underscore an escaped
-// IDL identifier keeps, true and 1 differ. Exit code 1, naming what failed, on any failure or difference.
-//
+// indexes, decodes every message from its channel's schema alone (OMG IDL, CDR) and prints one JSON line per
+// message in log-time order ({"topic", "logTime", "publishTime", "value"}, 64-bit integers as strings). Given
+// EXPECTED (such lines), it compares instead, ignoring the leading underscore of escaped IDL identifiers, and
+// prints the first differences. Exit code 1, naming what failed, on any failure or difference.
 //   node check.mjs FILE [EXPECTED.jsonl]
 import { readFileSync } from "node:fs";
 import { isDeepStrictEqual } from "node:util";

@@ -49,10 +49,6 @@ public:
         const auto all = texts(level);
         return static_cast<std::size_t>(std::count(all.begin(), all.end(), text));
     }
-    void clear() {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines.clear();
-    }
 
 private:
     Level m_previous;
