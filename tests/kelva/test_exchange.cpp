@@ -1,7 +1,7 @@
 // Two sessions of one process exchanging samples over loopback through their actors' topic pools: delivery
 // on the dispatcher thread, one handler at a time per session, connection state, no reader left behind
 // when many are ready at once, and session teardown while a handler runs (keyed disposal and the
-// first-write wait: the frame's and the modules' tests).
+// first-write wait: the frame's tests).
 #include <gtest/gtest.h>
 
 #include <algorithm>
