@@ -25,17 +25,6 @@ class Recorder(collections.defaultdict):
         return all(self.count(op) >= count for op in operations)
 
 
-def implementation(interface, operations, recorder):
-    """An instance of a subclass of the generated interface that overrides `operations` (and no other)."""
-    def method(name):
-        def receive(self, *args):
-            recorder[name].append(args)
-        receive.__name__ = name
-        return receive
-    cls = type(f"Recording{interface.__name__}", (interface,), {name: method(name) for name in operations})
-    return cls()
-
-
 def same(a, b):
     """Equal values of the same types throughout (an enumeration literal is not an int, bytes not a list)."""
     if type(a) is not type(b):

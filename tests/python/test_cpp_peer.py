@@ -15,13 +15,9 @@ M_Alert = pytest.importorskip("vantrel.M_Alert")
 from vantrel import M_Common  # noqa: E402
 
 
-@pytest.fixture(scope="module")
-def demo():
-    return os.environ["VANTREL_ALERT_DEMO"]  # ctest sets it
-
-
-def test_python_client_with_the_cpp_service(demo, domain):
-    service = subprocess.Popen([demo, "service", str(domain), "60"], stdout=subprocess.PIPE, text=True)
+def test_python_client_with_the_cpp_service(domain):
+    service = subprocess.Popen([os.environ["VANTREL_ALERT_DEMO"], "service", str(domain), "60"],  # set by ctest
+                               stdout=subprocess.PIPE, text=True)
     received = Recorder()
     condition = M_Alert.AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "battery voltage low")
     try:

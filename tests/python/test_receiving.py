@@ -83,6 +83,7 @@ def test_read_only_and_monitor_facades_receive(domain, sessions):
     watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
     service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
     with read_only, watching, service:
+        assert read_only.isValid() and watching.isValid()
         status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
         service.ReportAlertStatus(status)
         assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
@@ -90,6 +91,7 @@ def test_read_only_and_monitor_facades_receive(domain, sessions):
         assert by_all.calls("R")[0] == (status, False)
         assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
     assert not read_only.isValid() and not watching.isValid()
+    read_only.invalidate()  # idempotent
 
 
 def test_creation_refuses_what_it_cannot_use(sessions, domain):
@@ -115,10 +117,9 @@ def test_a_domain_number_stands_for_the_session_of_the_factory(domain):
         assert vantrel.getSession(domain) is vantrel.getSession(domain)
 
 
-def test_sending_from_several_threads(sessions):
+def test_sending_from_several_threads(sessions, client):
     received = Recorder()
-    with M_Alert.Service.create(sessions[0], "threads_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")}), \
-            M_Alert.Client.createWriteOnly(sessions[1], "threads_client") as client:
+    with M_Alert.Service.create(sessions[0], "threads_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")}):
         client.waitUntilConnected()
 
         def send(t):
