@@ -1,7 +1,5 @@
-"""Tests of the channel schemas recordings carry (schema_idl.flattened_schema and flattened_key_schema), over
-every message of the contract: accepted by the DDS IDL compiler, with the member ids the bus uses and the
-keys marked. That an independent reader parses them and decodes real messages with them is checked by
-tests/tools/mcap-check/check.mjs."""
+"""The channel schemas recordings carry, for every message: accepted by idlc, member ids as on the bus, keys
+marked (tests/tools/mcap-check/check.mjs decodes real messages with them)."""
 
 import os
 import re

@@ -1,5 +1,4 @@
-"""What every test of the Python binding shares: the loopback guard, the DDS domain of this process (from
-vantrel-with-domain), sessions, a log file the toolkit's logger writes to, and bounded waiting."""
+"""Shared by the Python binding's tests: loopback guard, the domain from vantrel-with-domain, sessions, log."""
 
 import os
 import sys

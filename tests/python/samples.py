@@ -1,6 +1,4 @@
-"""Values of any type of the contract that are not its defaults, made from the catalogue's type metadata (as
-the generated C++ round-trip tests make theirs): numbers 1..100 (x.5 for floating point), true, strings
-"<seed>_v", the last literal of an enumeration, lists of two elements, optionals holding one."""
+"""Non-default values of any type of the contract, from the catalogue's type metadata."""
 
 from vantrel import catalog
 

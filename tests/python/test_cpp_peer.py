@@ -1,6 +1,4 @@
-"""Python talking to a C++ process: the alert demo (examples/alert) as the service of a Python client. Values
-cross in both directions, disposals included, and the C++ program's text form of what it received equals
-Python's of what was sent."""
+"""Python client, C++ service (examples/alert): values both ways, disposals, the same text form."""
 
 import os
 import subprocess

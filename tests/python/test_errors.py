@@ -1,6 +1,5 @@
-"""Values that cannot go on the wire: the send raises TypeError or ValueError naming the operation and the
-member path, and nothing is sent. Every operation of the build is checked for every kind of leaf it has
-(through the converter that sending uses); that nothing is sent is checked over DDS with M_Alert."""
+"""Values that cannot go on the wire: the send raises naming the operation and the member path, and nothing
+is sent (checked for every leaf of every operation, and over DDS with M_Alert)."""
 
 import pytest
 

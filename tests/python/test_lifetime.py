@@ -1,6 +1,4 @@
-"""How facades end: destroyed while one of their callbacks runs (from another thread, or by the callback
-itself), invalidated from their own callback, collected within a reference cycle, and left alive when
-the interpreter exits (the process ends cleanly and promptly)."""
+"""How facades end: during their own callbacks, in a reference cycle, and alive at interpreter exit."""
 
 import gc
 import os

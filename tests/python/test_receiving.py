@@ -1,7 +1,5 @@
-"""Receiving in Python: implementations (what a subclass overrides is read), callback maps (a callable or a
-list of callables per operation, `methods` selecting what is read), the call information during a call,
-read-only and monitoring facades, exceptions raised by callbacks (logged with their traceback, the
-dispatcher goes on), and sending from several Python threads at once."""
+"""Receiving: implementations, callback maps, call information, read-only and monitor facades, raising
+callbacks, and sending from several threads."""
 
 import threading
 

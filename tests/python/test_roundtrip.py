@@ -1,7 +1,5 @@
-"""Every operation of every module of the build, sent from Python and received in Python through the real
-facades, with every argument set to a value that is not its default (lists of two elements, optionals
-present): the receiver gets exactly the sent values, of the same Python types. Keyed operations with a
-dispose flag are then disposed and arrive with the flag set and the same keys."""
+"""Every operation of the build, Python to Python with non-default values: received as sent, of the same
+types; keyed ones then disposed, arriving with the flag and the keys."""
 
 import enum
 import importlib

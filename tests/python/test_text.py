@@ -1,8 +1,5 @@
-"""The text form of Python values is the generated printer's (M_X::toText, the catalogue's print of a wire
-message): the rules on known values, values printed alone as inside their messages for every operation of
-the build, also at the edges of what C++ formats differently (infinities, NaN with and without sign,
-exponents, integer limits, undeclared enumeration numbers, empty lists, non-ASCII text, octets beyond
-ASCII), and values that would not convert."""
+"""The text form of Python values is the C++ printer's: the rules, every operation alone and in its message,
+the edges where C++ formats differently, and values that would not convert."""
 
 import math
 

@@ -1,6 +1,4 @@
-"""The generated Python modules: value classes (constructors in member order, attributes, defaults,
-equality), enumerations, aliases, interfaces with default bodies, facade classes with one sending method
-per operation. Checked for every module of the build against the catalogue."""
+"""The generated Python modules against the catalogue: value classes, enumerations, interfaces, facades."""
 
 import importlib
 import keyword

@@ -1,5 +1,4 @@
-"""What the security tests share: the loopback guard, the domain of this run, the key material made once by
-`vantrel security setup`, and processes whose output lines are collected as they come."""
+"""Shared by the security tests: loopback guard, domain, key material made once, peers and the tool."""
 
 import json
 import os

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -59,18 +60,12 @@ void sendRound(catalog::Facade& facade, const catalog::ModuleInfo& module, catal
 }
 
 int run(int argc, char** argv) {
-    if (argc < 5) {
-        std::cerr << "usage: security_peer service|client[-write-only] DOMAIN MARKER MODULE...\n";
-        return 2;
-    }
+    if (argc < 5)
+        throw std::invalid_argument("usage: security_peer service|client[-write-only] DOMAIN MARKER MODULE...");
     std::string sideText = argv[1];
     const auto writeOnly = sideText.find("-write-only");
     const bool receives = writeOnly == std::string::npos;
     if (!receives) sideText.erase(writeOnly);
-    if (sideText != "service" && sideText != "client") {
-        std::cerr << "security_peer: side must be service, client, service-write-only or client-write-only\n";
-        return 2;
-    }
     const catalog::Role side = sideText == "service" ? catalog::Role::Service : catalog::Role::Client;
     const int domain = std::stoi(argv[2]);
     const std::string marker = argv[3];
@@ -79,10 +74,7 @@ int run(int argc, char** argv) {
     std::vector<std::pair<const catalog::ModuleInfo*, std::unique_ptr<catalog::Facade>>> facades;
     for (int i = 4; i < argc; ++i) {
         const auto* module = catalog::findModule(argv[i]);
-        if (!module) {
-            std::cerr << "security_peer: unknown module " << argv[i] << "\n";
-            return 2;
-        }
+        if (!module) throw std::invalid_argument(std::string("unknown module ") + argv[i]);
         catalog::FacadeRequest request;
         request.role = side;
         request.creation = receives ? catalog::Creation::Custom : catalog::Creation::WriteOnly;

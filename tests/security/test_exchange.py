@@ -1,6 +1,5 @@
-"""Secured applications in separate processes: they exchange every operation of M_Alert and M_Mount, an
-outsider without credentials sees and receives nothing, an identity of the client side cannot publish what
-only the service side may send, and a secured recording of the exchange replays into the secured domain."""
+"""Secured applications exchange every operation of M_Alert and M_Mount; an outsider takes no part, the client
+identity cannot send reports, and a secured recording replays into the secured domain."""
 
 import json
 import time
