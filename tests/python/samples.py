@@ -67,13 +67,6 @@ def rebuilt_arguments(operation, args, visit):
     return tuple(rebuilt(p.type, value, p.name, visit) for p, value in zip(operation.params, args))
 
 
-def transformed_arguments(operation, args, change):
-    """`args` with every leaf (number, string, enumeration, byte list) replaced by change(kind, leaf)."""
-    def visit(kind, value, path):
-        return KEEP if kind in ("struct", "sequence", "optional") else change(kind, value)
-    return rebuilt_arguments(operation, args, visit)
-
-
 def with_first_leaf(operation, args, wanted, replace):
     """`args` with the first node of kind `wanted` (see rebuilt; "optional" only when present) replaced by
     replace(node), and that node's path; the path is None when the operation has no such node."""

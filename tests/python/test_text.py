@@ -6,7 +6,7 @@ import math
 import pytest
 
 from vantrel import catalog
-from samples import INTEGER_RANGES, arguments, transformed_arguments
+from samples import INTEGER_RANGES, KEEP, arguments, rebuilt_arguments
 
 OPERATIONS = [op for m in catalog.modules() for op in catalog.operations(m)]
 
@@ -40,8 +40,8 @@ EDGES.update({
 })
 
 
-def edge_change(kinds, value):
-    return lambda kind, v: v if kind not in kinds else value(kind, v) if callable(value) else value
+def edge_visit(kinds, value):
+    return lambda kind, v, path: KEEP if kind not in kinds else value(kind, v) if callable(value) else value
 
 
 @pytest.mark.parametrize("edge", list(EDGES))
@@ -49,7 +49,7 @@ def test_edge_values_print_alike_alone_and_in_their_message(edge):
     changed = 0
     for op in OPERATIONS:
         original = arguments(op, 3)
-        args = transformed_arguments(op, original, edge_change(*EDGES[edge]))
+        args = rebuilt_arguments(op, original, edge_visit(*EDGES[edge]))
         # Every operation, changed or not: the unchanged ones check the ordinary sample values.
         changed += assert_values_print_alike(op, args, "sender-1") != op.text(original, "sender-1")
     if not changed:

@@ -51,25 +51,15 @@ def test_value_classes(cls):
         assert by_position != cls(*changed), f"{cls.__name__}.{name} does not count in =="
     with pytest.raises(TypeError):
         hash(cls())
-    # Defaults are the types' defaults, and not shared between values.
+    # Defaults are the types' defaults, of their Python types, and not shared between values.
     a, b = cls(), cls()
     for f, name in zip(fields, names):
         value, kind = getattr(a, name), f.type.kind
-        if kind == "struct":
-            assert value == f.type.cls() and value is not getattr(b, name)
-        elif kind == "sequence":
-            assert value in ([], b"")
-            if isinstance(value, list):
-                assert value is not getattr(b, name)
-        elif kind == "enum":
-            assert value is list(f.type.cls)[0]
-        elif kind == "string":
-            assert value == ""
-        elif kind == "boolean":
-            assert value is False
-        else:
-            assert value == 0
-
+        default = {"struct": f.type.cls, "enum": lambda: list(f.type.cls)[0], "string": str, "boolean": bool,
+                   "float": float, "double": float, "sequence": type(value) if type(value) is bytes else list}
+        expected = default.get(kind, int)()
+        assert type(value) is type(expected) and value == expected, f"{cls.__name__}.{name}"
+        assert value is not getattr(b, name) or kind not in ("struct", "sequence") or type(value) is bytes
 
 def test_a_misspelt_member_is_refused_and_a_keyword_literal_has_a_trailing_underscore():
     from vantrel import M_Common
