@@ -11,7 +11,7 @@ def mix(seed, index):
     return (seed * 7 + index + 1) % 1000003
 
 
-def sample(type_, seed):
+def sample(type_, seed, text="{}_v"):
     kind = type_.kind
     if kind == "boolean":
         return True
@@ -20,24 +20,24 @@ def sample(type_, seed):
     if kind in INTEGER_RANGES:
         return 1 + seed % 100
     if kind == "string":
-        text = f"{seed}_v"
-        return text[:type_.bound] if type_.bound else text
+        value = text.format(seed)
+        return value[:type_.bound] if type_.bound else value
     if kind == "enum":
         return list(type_.cls)[-1]
     if kind == "struct":
-        return type_.cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(type_.cls))])
+        return type_.cls(*[sample(f.type, mix(seed, i), text) for i, f in enumerate(catalog.fields(type_.cls))])
     if kind == "sequence":
         count = 1 if type_.bound == 1 else 2
-        elements = [sample(type_.element, mix(seed, i)) for i in range(count)]
+        elements = [sample(type_.element, mix(seed, i), text) for i in range(count)]
         if type_.element.kind == "octet" and type_.bound != 1:
             return bytes(elements)
         return elements
     raise ValueError(f"no sample for kind {kind}")
 
 
-def arguments(operation, seed):
-    """Non-default arguments of an operation, in API order."""
-    return tuple(sample(p.type, mix(seed, i)) for i, p in enumerate(operation.params))
+def arguments(operation, seed, text="{}_v"):
+    """Non-default arguments of an operation, in API order; strings are `text` formatted with a number."""
+    return tuple(sample(p.type, mix(seed, i), text) for i, p in enumerate(operation.params))
 
 
 KEEP = object()

@@ -12,7 +12,7 @@ import vantrel_testing  # noqa: E402
 from vantrel_testing import REFUSAL, loopback_problem, wait_until  # noqa: E402,F401  (wait_until: for the tests)
 
 TOOL = os.environ.get("VANTREL_TOOL", "")
-PEER = os.environ.get("VANTREL_SECURITY_PEER", "")
+PEER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "peer.py")
 DOMAIN = os.environ.get("KELVA_TEST_DOMAIN", "")
 MODULES = ("M_Alert", "M_Mount")
 
@@ -27,8 +27,8 @@ def pytest_configure(config):
     problem = loopback_problem()
     if problem:
         raise pytest.UsageError(REFUSAL.format(problem))
-    if not (TOOL and PEER and DOMAIN):
-        raise pytest.UsageError("VANTREL_TOOL, VANTREL_SECURITY_PEER and KELVA_TEST_DOMAIN must be set "
+    if not (TOOL and DOMAIN):
+        raise pytest.UsageError("VANTREL_TOOL and KELVA_TEST_DOMAIN must be set "
                                 "(ctest sets them; the domain comes from vantrel-with-domain)")
 
 
@@ -61,7 +61,7 @@ class Process(vantrel_testing.Process):
 
 
 def peer(side, config, marker="secured-exchange", modules=MODULES):
-    return Process([PEER, side, DOMAIN, marker, *modules], config=config)
+    return Process([sys.executable, PEER, side, DOMAIN, marker, *modules], config=config)
 
 
 @pytest.fixture(scope="session")
