@@ -1,11 +1,9 @@
-"""A secured application for the security tests, over the Python binding: one session (secured through
-KELVA_CONFIG) with a facade of one side of each given module, driven over stdin/stdout.
+"""A secured application: one session (KELVA_CONFIG) with a facade of one side of each module, over stdin/stdout.
     peer.py service|client[-write-only] DOMAIN MARKER MODULE...
-stdout: "ready" once the facades exist; "received|disposed M_X.I...Op <text>" per received operation; per send
-"sent|sent-disposal M_X.I...Op <text>" or "refused M_X.I...Op: <reason>", MARKER in every string; "sent-all"
-after a round; "done" at the end. stdin: "send" sends every operation of the side once, "dispose" disposes
-every keyed one (a round of its own: a keep-last reader that has not taken a sample yet would see only the
-disposal); end of input releases facades and session and ends the program."""
+Prints "ready", "received|disposed <M_X.I.Op> <text>" per operation received, "sent|sent-disposal <M_X.I.Op> <text>"
+or "refused <M_X.I.Op>: <reason>" per send (MARKER in every string), "sent-all" after a round and "done" at the end.
+Input "send" sends every operation of the side, "dispose" disposes every keyed one (a round of its own: a keep-last
+reader that has not taken a sample yet would see only the disposal); end of input ends the program."""
 
 import importlib
 import os
@@ -51,12 +49,12 @@ def main(side, domain, marker, *modules):
         dispose = command.strip() == "dispose"
         for facade, ops in facades:
             for op in (op for op in ops if op.dispose or not dispose):
-                args = arguments(op, 1, marker)
+                args, name = arguments(op, 1, marker), f"{op.module}.{op.interface}.{op.name}"
                 try:
                     getattr(facade, op.name)(*args, **({"dispose": True} if dispose else {}))
-                    say(f"{'sent-disposal' if dispose else 'sent'} {op.module}.{op.interface}.{op.name} {op.text(args)}")
+                    say(f"{'sent-disposal' if dispose else 'sent'} {name} {op.text(args)}")
                 except (TypeError, ValueError, RuntimeError) as e:
-                    say(f"refused {op.module}.{op.interface}.{op.name}: {e}")
+                    say(f"refused {name}: {e}")
         say("sent-all")
     for facade, _ in facades:
         facade.invalidate()
