@@ -17,12 +17,8 @@ def parameters(function):
     return list(code.co_varnames[:code.co_argcount + code.co_kwonlyargcount])
 
 
-def _classes(module, base):
-    return [c for c in vars(module).values() if isinstance(c, type) and issubclass(c, base) and c is not base
-            and c.__module__ == module.__name__]
-
-
-VALUE_CLASSES = [c for m in MODULES for c in _classes(importlib.import_module(f"vantrel.{m}"), _values.Value)]
+VALUE_CLASSES = [c for m in MODULES for c in vars(importlib.import_module(f"vantrel.{m}")).values()
+                 if isinstance(c, type) and issubclass(c, _values.Value) and c.__module__ == f"vantrel.{m}"]
 
 
 def python_name(name):
