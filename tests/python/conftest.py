@@ -44,14 +44,12 @@ def log_lines(tmp_path):
 
 
 def condition(n):
-    """An alarm condition of M_Alert that tells which `n` it was made of."""
     from vantrel import M_Alert
     return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
 
 
 @pytest.fixture
 def client(sessions):
-    """A write-only M_Alert client on the second session."""
     from vantrel import M_Alert
     with M_Alert.Client.createWriteOnly(sessions[1], "test_client") as c:
         yield c

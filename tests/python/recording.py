@@ -6,8 +6,7 @@ from vantrel import _values
 
 
 class Recorder(collections.defaultdict):
-    """The arguments of every call of every operation (with the dispose flag where there is one), in order.
-    Callbacks append from the dispatcher's threads: list.append needs no lock of its own."""
+    """Per operation the arguments of every call (dispose flag included), in order; list.append needs no lock."""
 
     def __init__(self):
         super().__init__(list)

@@ -41,8 +41,7 @@ def test_python_client_with_the_cpp_service(domain):
 
             client.CmdClearAlarm([alarm_id])
             assert wait_until(lambda: any(d for _, _, d in received.calls("log")), 30), "no disposal from the C++ service"
-            disposed = [(i, d) for i, _, d in received.calls("log") if d]
-            assert disposed == [("ALM-1", True)]
+            assert [(i, d) for i, _, d in received.calls("log") if d] == [("ALM-1", True)]
             assert wait_until(lambda: received.calls("status")[-1][0].NumberOfActiveWarningAlarms == 0)
     finally:
         service.terminate()
