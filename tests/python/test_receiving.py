@@ -91,7 +91,7 @@ def test_read_only_and_monitor_facades_receive(domain, sessions):
     read_only.invalidate()  # idempotent
 
 
-def test_creation_refuses_what_it_cannot_use(sessions, domain):
+def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_use(sessions, domain):
     with pytest.raises(ValueError, match="no operation CmdRaiseAlarmTypo in M_Alert::IService"):
         M_Alert.Service.create(sessions[0], "bad", {"CmdRaiseAlarmTypo": print})
     with pytest.raises(TypeError, match="expected an implementation of it or a dict of callbacks, got Raising"):
@@ -104,14 +104,11 @@ def test_creation_refuses_what_it_cannot_use(sessions, domain):
         M_Alert.Client.createReadOnly(sessions[0], "bad", {})
     with pytest.raises(TypeError, match="vantrel.Session"):
         M_Alert.Client.createWriteOnly("seven", "bad")
-    with pytest.raises(ValueError, match="would receive nothing"):
-        M_Alert.Service.createMonitor(vantrel.MonitorSession(domain), M_Alert.IService())
-
-
-def test_a_domain_number_stands_for_the_session_of_the_factory(domain):
-    with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:
+    with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:  # a number: the factory's session of it
         assert c.actorInfo().domainId == domain
         assert vantrel.getSession(domain) is vantrel.getSession(domain)
+    with pytest.raises(ValueError, match="would receive nothing"):
+        M_Alert.Service.createMonitor(vantrel.MonitorSession(domain), M_Alert.IService())
 
 
 def test_sending_from_several_threads(sessions, client):
