@@ -1,7 +1,5 @@
-"""Tests of the channel schemas recordings carry (schema_idl.flattened_schema and flattened_key_schema), over
-every message of the contract: accepted by the DDS IDL compiler, with the member ids the bus uses and the
-keys marked. That an independent reader parses them and decodes real messages with them is checked by
-tests/tools/mcap-check/check.mjs."""
+"""The channel schemas recordings carry, for every message: accepted by idlc, member ids as on the bus, keys
+marked (tests/tools/mcap-check/check.mjs decodes real messages with them)."""
 
 import os
 import re
@@ -18,13 +16,6 @@ from vantrel_gen.schema_idl import flattened_key_schema, flattened_schema, membe
 
 IDL_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "idl")
 
-def every_schema():
-    """(qualified message name, message, schema text) of every operation."""
-    for mod in load_all(IDL_DIR).values():
-        for msg in all_messages(mod):
-            yield f"{mod.name}.{msg.interface}.{msg.name}", msg, flattened_schema(msg)
-
-
 class MemberIds(unittest.TestCase):
     def test_ids_are_those_cyclone_writes_in_member_headers(self):
         # Read off the member headers of serialized M_Alert messages.
@@ -36,7 +27,8 @@ class MemberIds(unittest.TestCase):
 class FlattenedSchemas(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.schemas = list(every_schema())
+        cls.schemas = [(f"{mod.name}.{msg.interface}.{msg.name}", msg, flattened_schema(msg))
+                       for mod in load_all(IDL_DIR).values() for msg in all_messages(mod)]
 
     def test_keys_are_marked(self):
         for name, msg, text in self.schemas:

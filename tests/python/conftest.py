@@ -1,5 +1,4 @@
-"""What every test of the Python binding shares: the loopback guard, the DDS domain of this process (from
-vantrel-with-domain), sessions, a log file the toolkit's logger writes to, and bounded waiting."""
+"""Shared by the Python binding's tests: loopback guard, the domain from vantrel-with-domain, sessions, log."""
 
 import os
 import sys
@@ -45,14 +44,12 @@ def log_lines(tmp_path):
 
 
 def condition(n):
-    """An alarm condition of M_Alert that tells which `n` it was made of."""
     from vantrel import M_Alert
     return M_Alert.AlarmConditionInfoType(f"S{n}", "Battery", "Voltage", "Low", f"alarm {n}")
 
 
 @pytest.fixture
 def client(sessions):
-    """A write-only M_Alert client on the second session."""
     from vantrel import M_Alert
     with M_Alert.Client.createWriteOnly(sessions[1], "test_client") as c:
         yield c

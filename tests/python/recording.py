@@ -6,8 +6,7 @@ from vantrel import _values
 
 
 class Recorder(collections.defaultdict):
-    """The arguments of every call of every operation (with the dispose flag where there is one), in order.
-    Callbacks append from the dispatcher's threads: list.append needs no lock of its own."""
+    """Per operation the arguments of every call (dispose flag included), in order; list.append needs no lock."""
 
     def __init__(self):
         super().__init__(list)
@@ -23,17 +22,6 @@ class Recorder(collections.defaultdict):
 
     def reached(self, operations, count):
         return all(self.count(op) >= count for op in operations)
-
-
-def implementation(interface, operations, recorder):
-    """An instance of a subclass of the generated interface that overrides `operations` (and no other)."""
-    def method(name):
-        def receive(self, *args):
-            recorder[name].append(args)
-        receive.__name__ = name
-        return receive
-    cls = type(f"Recording{interface.__name__}", (interface,), {name: method(name) for name in operations})
-    return cls()
 
 
 def same(a, b):

@@ -1,6 +1,4 @@
-"""Values of any type of the contract that are not its defaults, made from the catalogue's type metadata (as
-the generated C++ round-trip tests make theirs): numbers 1..100 (x.5 for floating point), true, strings
-"<seed>_v", the last literal of an enumeration, lists of two elements, optionals holding one."""
+"""Non-default values of any type of the contract, from the catalogue's type metadata."""
 
 from vantrel import catalog
 
@@ -13,7 +11,7 @@ def mix(seed, index):
     return (seed * 7 + index + 1) % 1000003
 
 
-def sample(type_, seed):
+def sample(type_, seed, text="{}_v"):
     kind = type_.kind
     if kind == "boolean":
         return True
@@ -22,24 +20,24 @@ def sample(type_, seed):
     if kind in INTEGER_RANGES:
         return 1 + seed % 100
     if kind == "string":
-        text = f"{seed}_v"
-        return text[:type_.bound] if type_.bound else text
+        value = text.format(seed)
+        return value[:type_.bound] if type_.bound else value
     if kind == "enum":
         return list(type_.cls)[-1]
     if kind == "struct":
-        return type_.cls(*[sample(f.type, mix(seed, i)) for i, f in enumerate(catalog.fields(type_.cls))])
+        return type_.cls(*[sample(f.type, mix(seed, i), text) for i, f in enumerate(catalog.fields(type_.cls))])
     if kind == "sequence":
         count = 1 if type_.bound == 1 else 2
-        elements = [sample(type_.element, mix(seed, i)) for i in range(count)]
+        elements = [sample(type_.element, mix(seed, i), text) for i in range(count)]
         if type_.element.kind == "octet" and type_.bound != 1:
             return bytes(elements)
         return elements
     raise ValueError(f"no sample for kind {kind}")
 
 
-def arguments(operation, seed):
-    """Non-default arguments of an operation, in API order."""
-    return tuple(sample(p.type, mix(seed, i)) for i, p in enumerate(operation.params))
+def arguments(operation, seed, text="{}_v"):
+    """Non-default arguments of an operation, in API order; strings are `text` formatted with a number."""
+    return tuple(sample(p.type, mix(seed, i), text) for i, p in enumerate(operation.params))
 
 
 KEEP = object()
@@ -67,13 +65,6 @@ def rebuilt(type_, value, path, visit):
 
 def rebuilt_arguments(operation, args, visit):
     return tuple(rebuilt(p.type, value, p.name, visit) for p, value in zip(operation.params, args))
-
-
-def transformed_arguments(operation, args, change):
-    """`args` with every leaf (number, string, enumeration, byte list) replaced by change(kind, leaf)."""
-    def visit(kind, value, path):
-        return KEEP if kind in ("struct", "sequence", "optional") else change(kind, value)
-    return rebuilt_arguments(operation, args, visit)
 
 
 def with_first_leaf(operation, args, wanted, replace):

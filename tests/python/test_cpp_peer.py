@@ -1,6 +1,4 @@
-"""Python talking to a C++ process: the alert demo (examples/alert) as the service of a Python client. Values
-cross in both directions, disposals included, and the C++ program's text form of what it received equals
-Python's of what was sent."""
+"""Python client, C++ service (examples/alert): values both ways, disposals, the same text form."""
 
 import os
 import subprocess
@@ -15,13 +13,9 @@ M_Alert = pytest.importorskip("vantrel.M_Alert")
 from vantrel import M_Common  # noqa: E402
 
 
-@pytest.fixture(scope="module")
-def demo():
-    return os.environ["VANTREL_ALERT_DEMO"]  # ctest sets it
-
-
-def test_python_client_with_the_cpp_service(demo, domain):
-    service = subprocess.Popen([demo, "service", str(domain), "60"], stdout=subprocess.PIPE, text=True)
+def test_python_client_with_the_cpp_service(domain):
+    service = subprocess.Popen([os.environ["VANTREL_ALERT_DEMO"], "service", str(domain), "60"],  # set by ctest
+                               stdout=subprocess.PIPE, text=True)
     received = Recorder()
     condition = M_Alert.AlarmConditionInfoType("Power", "Battery", "Voltage", "Low", "battery voltage low")
     try:
@@ -47,8 +41,7 @@ def test_python_client_with_the_cpp_service(demo, domain):
 
             client.CmdClearAlarm([alarm_id])
             assert wait_until(lambda: any(d for _, _, d in received.calls("log")), 30), "no disposal from the C++ service"
-            disposed = [(i, d) for i, _, d in received.calls("log") if d]
-            assert disposed == [("ALM-1", True)]
+            assert [(i, d) for i, _, d in received.calls("log") if d] == [("ALM-1", True)]
             assert wait_until(lambda: received.calls("status")[-1][0].NumberOfActiveWarningAlarms == 0)
     finally:
         service.terminate()

@@ -1,6 +1,5 @@
-"""Values that cannot go on the wire: the send raises TypeError or ValueError naming the operation and the
-member path, and nothing is sent. Every operation of the build is checked for every kind of leaf it has
-(through the converter that sending uses); that nothing is sent is checked over DDS with M_Alert."""
+"""Values that cannot go on the wire: the send raises naming the operation and the member path, and nothing
+is sent (checked for every leaf of every operation, and over DDS with M_Alert)."""
 
 import pytest
 
@@ -50,18 +49,6 @@ def test_every_operation_refuses_a_bad_leaf_naming_its_path(kind, replace, error
         checked += 1
     if not checked:
         pytest.skip(f"no operation of this build has a leaf of kind {kind}")
-
-
-def test_an_enumeration_takes_a_plain_number():
-    # As the C++ API takes a cast number; a receiver sees a number without a literal as literal 0.
-    checked = 0
-    for op in OPERATIONS:
-        args, path = with_first_leaf(op, arguments(op, 9), "enum", lambda v: 4711)
-        if path is not None:
-            assert "Type::4711" in op.wireText(args).decode(), f"{op.module}.{op.name}: {path}"
-            checked += 1
-    if not checked:
-        pytest.skip("no operation of this build has an enumeration")
 
 
 M_Alert = pytest.importorskip("vantrel.M_Alert")

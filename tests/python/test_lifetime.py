@@ -1,6 +1,4 @@
-"""How facades end: destroyed while one of their callbacks runs (from another thread, or by the callback
-itself), invalidated from their own callback, collected within a reference cycle, and left alive when
-the interpreter exits (the process ends cleanly and promptly)."""
+"""How facades end: during their own callbacks, in a reference cycle, and alive at interpreter exit."""
 
 import gc
 import os
@@ -93,62 +91,53 @@ def test_an_implementation_holding_its_facade_is_collected(sessions, client, wit
     assert_unreached(client, witness, 2, received, [condition(1)])
 
 
-def test_with_invalidates_at_the_end(sessions):
-    with M_Alert.Service.createWriteOnly(sessions[0], "scoped") as service:
-        assert service.isValid()
-    assert not service.isValid()
-    service.invalidate()  # idempotent
-
-
+# (what the script sets up, the session argument of its facades, what it does last)
 EXIT_SCRIPTS = {
-    "a callback running": """
+    "a callback running": ("""
         started = threading.Event()
         def on_raise(c):
             started.set()
             time.sleep(1.0)
         service = M_Alert.Service.create(vantrel.Session(domain), "exit_service", {"CmdRaiseAlarm": on_raise})
-        client = M_Alert.Client.createWriteOnly(vantrel.Session(domain), "exit_client")
-        client.waitUntilConnected()
+    """, "vantrel.Session(domain)", """
         client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
         assert started.wait(10)
-    """,
-    "a daemon thread sending": """
+    """),
+    "a daemon thread sending": ("""
         def on_raise(c):
             sum(range(5000))  # holds the GIL: the dispatcher often waits for it when the interpreter ends
         service = M_Alert.Service.create(vantrel.Session(domain), "exit_service", {"CmdRaiseAlarm": on_raise})
-        client = M_Alert.Client.createWriteOnly(vantrel.Session(domain), "exit_client")
-        client.waitUntilConnected()
+    """, "vantrel.Session(domain)", """
         def send():
             while True:
                 client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
         threading.Thread(target=send, daemon=True).start()
         time.sleep(0.3)
-    """,
-    "a cycle through an implementation": """
+    """),
+    "a cycle through an implementation": ("""
         class Service(M_Alert.IService):
             def __init__(self):
                 self.facade = M_Alert.Service.create(domain, "exit_service", self)
             def CmdRaiseAlarm(self, Condition):
                 time.sleep(0.5)
         service = Service()
-        client = M_Alert.Client.createWriteOnly(domain, "exit_client")
-        client.waitUntilConnected()
+    """, "domain", """
         client.CmdRaiseAlarm(M_Alert.AlarmConditionInfoType("a"))
         time.sleep(0.1)
-    """,
+    """),
 }
 
 
 @pytest.mark.parametrize("situation", list(EXIT_SCRIPTS))
 def test_the_interpreter_exits_cleanly_with_live_facades(situation):
+    setup, session, last = EXIT_SCRIPTS[situation]
     script = "import os, threading, time\nimport vantrel\nfrom vantrel import M_Alert\n" \
-             "domain = int(os.environ['KELVA_TEST_DOMAIN'])\n" + textwrap.dedent(EXIT_SCRIPTS[situation]) + \
-             "print('script done', flush=True)\n"
-    started = time.monotonic()
+             "domain = int(os.environ['KELVA_TEST_DOMAIN'])\n" + textwrap.dedent(setup) + \
+             f"client = M_Alert.Client.createWriteOnly({session}, 'exit_client')\nclient.waitUntilConnected()\n" + \
+             textwrap.dedent(last) + "print('script done', flush=True)\n"
+    # A hang at exit ends in TimeoutExpired.
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=60, env=os.environ)
-    elapsed = time.monotonic() - started
     assert done.returncode == 0, done.stderr
     assert "script done" in done.stdout
     for crash in ("Fatal Python error", "terminate called", "FATAL", "Segmentation fault"):
         assert crash not in done.stderr, done.stderr
-    assert elapsed < 30, f"exit took {elapsed:.1f} s"

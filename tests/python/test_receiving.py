@@ -1,7 +1,5 @@
-"""Receiving in Python: implementations (what a subclass overrides is read), callback maps (a callable or a
-list of callables per operation, `methods` selecting what is read), the call information during a call,
-read-only and monitoring facades, exceptions raised by callbacks (logged with their traceback, the
-dispatcher goes on), and sending from several Python threads at once."""
+"""Receiving: implementations, callback maps, call information, read-only and monitor facades, raising
+callbacks, and sending from several threads."""
 
 import threading
 
@@ -83,16 +81,17 @@ def test_read_only_and_monitor_facades_receive(domain, sessions):
     watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
     service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
     with read_only, watching, service:
+        assert read_only.isValid() and watching.isValid()
         status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
         service.ReportAlertStatus(status)
         assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
-        assert by_name.calls("R")[0] == (status, False)
-        assert by_all.calls("R")[0] == (status, False)
+        assert by_name.calls("R")[0] == by_all.calls("R")[0] == (status, False)
         assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
     assert not read_only.isValid() and not watching.isValid()
+    read_only.invalidate()  # idempotent
 
 
-def test_creation_refuses_what_it_cannot_use(sessions, domain):
+def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_use(sessions, domain):
     with pytest.raises(ValueError, match="no operation CmdRaiseAlarmTypo in M_Alert::IService"):
         M_Alert.Service.create(sessions[0], "bad", {"CmdRaiseAlarmTypo": print})
     with pytest.raises(TypeError, match="expected an implementation of it or a dict of callbacks, got Raising"):
@@ -105,20 +104,16 @@ def test_creation_refuses_what_it_cannot_use(sessions, domain):
         M_Alert.Client.createReadOnly(sessions[0], "bad", {})
     with pytest.raises(TypeError, match="vantrel.Session"):
         M_Alert.Client.createWriteOnly("seven", "bad")
+    with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:  # a number: the factory's session of it
+        assert c.actorInfo().domainId == domain
+        assert vantrel.getSession(domain) is vantrel.getSession(domain)
     with pytest.raises(ValueError, match="would receive nothing"):
         M_Alert.Service.createMonitor(vantrel.MonitorSession(domain), M_Alert.IService())
 
 
-def test_a_domain_number_stands_for_the_session_of_the_factory(domain):
-    with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:
-        assert c.actorInfo().domainId == domain
-        assert vantrel.getSession(domain) is vantrel.getSession(domain)
-
-
-def test_sending_from_several_threads(sessions):
+def test_sending_from_several_threads(sessions, client):
     received = Recorder()
-    with M_Alert.Service.create(sessions[0], "threads_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")}), \
-            M_Alert.Client.createWriteOnly(sessions[1], "threads_client") as client:
+    with M_Alert.Service.create(sessions[0], "threads_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")}):
         client.waitUntilConnected()
 
         def send(t):

@@ -1,5 +1,4 @@
-"""What the security tests share: the loopback guard, the domain of this run, the key material made once by
-`vantrel security setup`, and processes whose output lines are collected as they come."""
+"""Shared by the security tests: loopback guard, domain, key material made once, peers and the tool."""
 
 import json
 import os
@@ -9,17 +8,15 @@ import sys
 import pytest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "support", "python"))
-import vantrel_testing  # noqa: E402
-from vantrel_testing import REFUSAL, loopback_problem, wait_until  # noqa: E402,F401  (wait_until: for the tests)
+from vantrel_testing import REFUSAL, Process, loopback_problem, wait_until  # noqa: E402,F401  (for the tests)
 
 TOOL = os.environ.get("VANTREL_TOOL", "")
-PEER = os.environ.get("VANTREL_SECURITY_PEER", "")
+PEER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "peer.py")
 DOMAIN = os.environ.get("KELVA_TEST_DOMAIN", "")
 MODULES = ("M_Alert", "M_Mount")
 
-# The applications of the system under test: a service of both modules, a client of both (which may send
-# commands and receive reports, never the reverse), and a bridge holding both sides of M_Alert (what a
-# replaying tool needs).
+# A service of both modules, a client of both (commands out, reports in, never the reverse), and a bridge holding
+# both sides of M_Alert (what a replaying tool needs).
 APPS = {"mount-service": "M_Mount=service,M_Alert=service", "display": "M_Mount=client,M_Alert=client",
         "bridge": "M_Alert=service,M_Alert=client"}
 
@@ -28,8 +25,8 @@ def pytest_configure(config):
     problem = loopback_problem()
     if problem:
         raise pytest.UsageError(REFUSAL.format(problem))
-    if not (TOOL and PEER and DOMAIN):
-        raise pytest.UsageError("VANTREL_TOOL, VANTREL_SECURITY_PEER and KELVA_TEST_DOMAIN must be set "
+    if not (TOOL and DOMAIN):
+        raise pytest.UsageError("VANTREL_TOOL and KELVA_TEST_DOMAIN must be set "
                                 "(ctest sets them; the domain comes from vantrel-with-domain)")
 
 
@@ -54,15 +51,8 @@ def tool_ok(*args, **options):
     return done
 
 
-class Process(vantrel_testing.Process):
-    """A child under KELVA_CONFIG `config` (none: unsecured)."""
-
-    def __init__(self, cmd, config=None, stdin=True):
-        super().__init__(cmd, env=environment(config), stdin=stdin)
-
-
 def peer(side, config, marker="secured-exchange", modules=MODULES):
-    return Process([PEER, side, DOMAIN, marker, *modules], config=config)
+    return Process([sys.executable, PEER, side, DOMAIN, marker, *modules], environment(config))
 
 
 @pytest.fixture(scope="session")

@@ -1,19 +1,18 @@
-"""Secured applications in separate processes: they exchange every operation of M_Alert and M_Mount, an
-outsider without credentials sees and receives nothing, an identity of the client side cannot publish what
-only the service side may send, and a secured recording of the exchange replays into the secured domain."""
+"""Secured applications exchange every operation of M_Alert and M_Mount; an outsider takes no part, the client
+identity cannot send reports, and a secured recording replays into the secured domain."""
 
 import json
 import time
 
-from conftest import DOMAIN, TOOL, Process, peer, tool, tool_ok, wait_until
+from conftest import DOMAIN, TOOL, Process, environment, peer, tool, tool_ok, wait_until
 
 
 def by_operation(process, prefix):
-    """{operation: [json value, ...]} of the lines starting with prefix ("received ", "sent ", ...)."""
+    """{operation: [value text, ...]} of the lines starting with prefix ("received ", "sent ", ...)."""
     out = {}
     for line in process.starting(prefix):
         operation, _, value = line[len(prefix):].partition(" ")
-        out.setdefault(operation, []).append(json.loads(value) if value else None)
+        out.setdefault(operation, []).append(value)
     return out
 
 
@@ -36,10 +35,10 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
     service = peer("service", material / "mount-service.toml")
     client = peer("client", display)
     echo = [TOOL, "echo", "--domain", DOMAIN, "--duration", "120"]
-    outsider = Process(echo + ["M_Alert", "M_Mount"], stdin=False)
-    insider = Process(echo + ["M_Alert.IClient.*", "M_Mount.IClient.*"], config=display, stdin=False)
+    outsider = Process(echo + ["M_Alert", "M_Mount"], environment(), stdin=False)
+    insider = Process(echo + ["M_Alert.IClient.*", "M_Mount.IClient.*"], environment(display), stdin=False)
     recorder = Process([TOOL, "record", "--domain", DOMAIN, "-o", recording, "--duration", "120", "M_Alert.IClient.*"],
-                       config=display, stdin=False)
+                       environment(display), stdin=False)
     late = None
     try:
         assert service.wait_for("ready") and client.wait_for("ready"), service.report() + client.report()
@@ -60,7 +59,7 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
             for op in ops:
                 # Values arrive as they were sent; the marker stands in every text member.
                 assert sent[op][0] in received[op], f"{op}: sent {sent[op][0]}, received {received[op]}"
-        assert any("secured-exchange" in json.dumps(v) for vs in by_operation(service, "received ").values() for v in vs)
+        assert any("secured-exchange" in v for vs in by_operation(service, "received ").values() for v in vs)
         assert wait_until(lambda: len(insider.lines) > 0), insider.report()
 
         # The client identity as a sender of reports: the access control refuses its first report writer, so
@@ -71,7 +70,7 @@ def test_secured_applications_exchange_and_nobody_else_takes_part(material, oper
         assert "dds_create_writer(M_Mount_IClient_" in "\n".join(impostor.errors), impostor.report()
         assert "Not Allowed By Security" in "\n".join(impostor.errors), impostor.report()
 
-        views = [Process([TOOL, "ps", "--domain", DOMAIN, "--json", "--wait", "3"], config=config, stdin=False)
+        views = [Process([TOOL, "ps", "--domain", DOMAIN, "--json", "--wait", "3"], environment(config), stdin=False)
                  for config in (None, display)]
         assert [v.finish(30) for v in views] == [0, 0], views[0].report() + views[1].report()
         outside_view, inside_view = (json.loads("\n".join(v.lines)) for v in views)

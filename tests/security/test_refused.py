@@ -1,6 +1,5 @@
-"""Bad key material or policy stops an application before it takes part: expired, not yet valid, tampered
-(one byte), mismatched and missing files are refused with an error naming the file, the program never
-starts, and `vantrel security check` refuses the same."""
+"""Bad key material or policy stops an application before it takes part, naming the file; `vantrel security
+check` refuses the same."""
 
 import os
 import shutil
