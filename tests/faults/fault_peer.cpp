@@ -1,16 +1,10 @@
-// vantrel-fault-peer: the client processes of the killed-reader test (test_killed_reader.cpp), also built for
-// Windows, whose victims the Linux test ends under Wine (tests/windows).
-//
-//   vantrel-fault-peer listen DOMAIN NAME              a client of the M_Dialogue EventTextMessage stream
-//                                                       ("n=<seq>" up to "END <count>"); says "first ms=<since
-//                                                       start> seq=<n>" and "end first_seq= received= total=
-//                                                       reported_lost="
-//   vantrel-fault-peer victims DOMAIN ROUNDS ROUND_MS  from "go" on its stdin, ROUNDS times kills a listener
-//                                                       hard (SIGKILL, or TerminateProcess on Windows) and
-//                                                       restarts it; says "victims restart_to_first_ms_max=
-//                                                       restart_to_first_ms_median=" (restart to first sample)
-//
-// Lines go to stdout, flushed; the first is "ready". DDS stays where CYCLONEDDS_URI puts it (loopback).
+// vantrel-fault-peer: the client processes of test_killed_reader.cpp, also built for Windows (tests/windows).
+//   listen DOMAIN NAME              a client of the M_Dialogue EventTextMessage stream ("n=<seq>" up to
+//                                   "END <count>"); says "first ms= seq=", "end first_seq= received= total=
+//                                   reported_lost="
+//   victims DOMAIN ROUNDS ROUND_MS  from "go" on stdin, ROUNDS times kills a listener hard and restarts it;
+//                                   says "victims restart_to_first_ms_max= restart_to_first_ms_median="
+// Lines go to stdout, flushed; the first is "ready".
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>

@@ -1,8 +1,6 @@
-// A client process killed in the middle of this process's stream, and restarted, several times: the service
-// never stalls or throws, a healthy client process loses nothing, and the restarted one hears the stream
-// again at once. The clients are vantrel-fault-peer's; VANTREL_FAULT_VICTIMS (words separated by spaces)
-// runs the victims of another build instead (Windows programs under Wine, tests/windows). The bounds are
-// generous: the targets are a 50 ms longest send and 1 s from restart to first sample (docs/faults.md).
+// A client process killed in the middle of this process's stream and restarted, several times: the service
+// never stalls or throws, a healthy client loses nothing, the restarted one hears the stream again at once.
+// VANTREL_FAULT_VICTIMS (words) runs the victims of another build (Windows programs under Wine, tests/windows).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -50,8 +48,7 @@ TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
     ASSERT_FALSE(healthy.lineStarting("ready").empty());
     ASSERT_FALSE(victims.lineStarting("ready", 120).empty());  // victims under Wine start slowly
 
-    // Streams until the victims' rounds are over, however long they took. A client matched late counts from
-    // the first sample it had.
+    // Streams until the victims' rounds are over; a client matched late counts from its first sample.
     victims.tell("go");
     std::atomic<bool> roundsOver{false};
     std::string restarts;
