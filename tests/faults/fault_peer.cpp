@@ -34,6 +34,11 @@ void say(const std::string& line) {
     std::cout << line << std::endl;
 }
 
+int victimsFailed(const std::string& why) {
+    say("victims error=" + why);
+    return 1;
+}
+
 struct Listener : M_Dialogue::IClient {
     Clock::time_point start = Clock::now();
     std::mutex mutex;
@@ -75,27 +80,18 @@ int listen(int domain, const std::string& name) {
 int victims(const std::string& domain, int rounds, int roundMs) {
     const std::vector<std::string> listener{kelva::utils::system::programName(), "listen", domain, "victim"};
     auto victim = std::make_unique<ChildProcess>(listener);
-    if (victim->lineStarting("ready").empty()) {
-        say("victims error=start");
-        return 1;
-    }
+    if (victim->lineStarting("ready").empty()) return victimsFailed("start");
     say("ready");
     std::string go;
     std::getline(std::cin, go);  // the stream runs
-    if (victim->lineStarting("first").empty()) {
-        say("victims error=no-first-sample");
-        return 1;
-    }
+    if (victim->lineStarting("first").empty()) return victimsFailed("no-first-sample");
     std::vector<double> restartToFirst;
     for (int round = 0; round < rounds; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
         victim->kill();
         const auto restarted = Clock::now();
         victim = std::make_unique<ChildProcess>(listener);
-        if (victim->lineStarting("first", 60).empty()) {
-            say("victims error=restarted-victim-received-nothing");
-            return 1;
-        }
+        if (victim->lineStarting("first", 60).empty()) return victimsFailed("restarted-victim-received-nothing");
         restartToFirst.push_back(msSince(restarted));
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
     }

@@ -29,22 +29,18 @@ double field(const std::string& line, const std::string& key) {
     return at == std::string::npos ? -1e9 : std::atof(line.c_str() + at + key.size() + 2);
 }
 
-std::vector<std::string> victimsCommand(const std::string& domain) {
-    std::vector<std::string> command;
-    const char* external = std::getenv("VANTREL_FAULT_VICTIMS");
-    std::istringstream words(external && *external ? external : FAULT_PEER);
-    for (std::string w; words >> w;) command.push_back(w);
-    command.insert(command.end(), {"victims", domain, std::to_string(kRounds), std::to_string(kRoundMs)});
-    return command;
-}
-
 TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
     using Clock = std::chrono::steady_clock;
     auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     const std::string domain = std::to_string(vantrel::test::domainId());
     auto service = M_Dialogue::Service::createWriteOnly(session, "streamer");
     ChildProcess healthy({FAULT_PEER, "listen", domain, "healthy"});
-    ChildProcess victims(victimsCommand(domain));
+    std::vector<std::string> victimsCommand;
+    const char* external = std::getenv("VANTREL_FAULT_VICTIMS");
+    std::istringstream words(external && *external ? external : FAULT_PEER);
+    for (std::string w; words >> w;) victimsCommand.push_back(w);
+    victimsCommand.insert(victimsCommand.end(), {"victims", domain, std::to_string(kRounds), std::to_string(kRoundMs)});
+    ChildProcess victims(victimsCommand);
     ASSERT_FALSE(healthy.lineStarting("ready").empty());
     ASSERT_FALSE(victims.lineStarting("ready", 120).empty());  // victims under Wine start slowly
 

@@ -2,7 +2,6 @@
 import os
 import re
 import secrets
-import shutil
 import subprocess
 
 PREFIX = "vtnet"
@@ -14,12 +13,6 @@ def _run(args, check=True):
     if check and done.returncode != 0:
         raise RuntimeError("%s: exit %d: %s" % (" ".join(args), done.returncode, done.stderr.strip()))
     return done
-
-
-def unavailable():
-    if shutil.which("ip") is None:
-        return "the ip command (Debian package iproute2) is not installed"
-    return None if os.geteuid() == 0 else "not root: network namespaces need CAP_NET_ADMIN"
 
 
 def namespaces():
