@@ -1,16 +1,10 @@
-// vantrel-fault-peer: the client processes of the killed-reader test (test_killed_reader.cpp), also built for
-// Windows, whose victims the Linux test ends under Wine (tests/windows).
-//
-//   vantrel-fault-peer listen DOMAIN NAME              a client of the M_Dialogue EventTextMessage stream
-//                                                       ("n=<seq>" up to "END <count>"); says "first ms=<since
-//                                                       start> seq=<n>" and "end first_seq= received= total=
-//                                                       reported_lost="
-//   vantrel-fault-peer victims DOMAIN ROUNDS ROUND_MS  from "go" on its stdin, ROUNDS times kills a listener
-//                                                       hard (SIGKILL, or TerminateProcess on Windows) and
-//                                                       restarts it; says "victims restart_to_first_ms_max=
-//                                                       restart_to_first_ms_median=" (restart to first sample)
-//
-// Lines go to stdout, flushed; the first is "ready". DDS stays where CYCLONEDDS_URI puts it (loopback).
+// vantrel-fault-peer: the client processes of test_killed_reader.cpp, also built for Windows (tests/windows).
+//   listen DOMAIN NAME              a client of the M_Dialogue EventTextMessage stream ("n=<seq>" up to
+//                                   "END <count>"); says "first ms= seq=", "end first_seq= received= total=
+//                                   reported_lost="
+//   victims DOMAIN ROUNDS ROUND_MS  from "go" on stdin, ROUNDS times kills a listener hard and restarts it;
+//                                   says "victims restart_to_first_ms_max= restart_to_first_ms_median="
+// Lines go to stdout, flushed; the first is "ready".
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -38,6 +32,11 @@ double msSince(Clock::time_point start) {
 
 void say(const std::string& line) {
     std::cout << line << std::endl;
+}
+
+int victimsFailed(const std::string& why) {
+    say("victims error=" + why);
+    return 1;
 }
 
 struct Listener : M_Dialogue::IClient {
@@ -81,27 +80,18 @@ int listen(int domain, const std::string& name) {
 int victims(const std::string& domain, int rounds, int roundMs) {
     const std::vector<std::string> listener{kelva::utils::system::programName(), "listen", domain, "victim"};
     auto victim = std::make_unique<ChildProcess>(listener);
-    if (victim->lineStarting("ready").empty()) {
-        say("victims error=start");
-        return 1;
-    }
+    if (victim->lineStarting("ready").empty()) return victimsFailed("start");
     say("ready");
     std::string go;
     std::getline(std::cin, go);  // the stream runs
-    if (victim->lineStarting("first").empty()) {
-        say("victims error=no-first-sample");
-        return 1;
-    }
+    if (victim->lineStarting("first").empty()) return victimsFailed("no-first-sample");
     std::vector<double> restartToFirst;
     for (int round = 0; round < rounds; ++round) {
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
         victim->kill();
         const auto restarted = Clock::now();
         victim = std::make_unique<ChildProcess>(listener);
-        if (victim->lineStarting("first", 60).empty()) {
-            say("victims error=restarted-victim-received-nothing");
-            return 1;
-        }
+        if (victim->lineStarting("first", 60).empty()) return victimsFailed("restarted-victim-received-nothing");
         restartToFirst.push_back(msSince(restarted));
         std::this_thread::sleep_for(std::chrono::milliseconds(roundMs / 2));
     }

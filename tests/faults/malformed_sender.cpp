@@ -1,9 +1,6 @@
-// malformed-sender DOMAIN CORPUS_INPUT: a peer on plain ddsc only, as any DDS peer on the domain could be,
-// writing raw bytes through a serialization type of its own that carries them unchecked: the corpus input
-// that crashed the DDS layer's key extraction (M_Sensor ReportSensorCoverage), and a few hundred mutations of
-// a valid keyed message with two keys (M_Alert ReportAlarmLog) and of a keyless one (M_Alert CmdRaiseAlarm):
-// length codes, key member ids repeated, huge lengths, truncations, random bytes (the fuzz target goes
-// through every other kind). Prints "sent <n>" once every writer's samples are acknowledged.
+// malformed-sender DOMAIN CORPUS_INPUT: a peer on plain ddsc writing raw bytes through a serialization type
+// that carries them unchecked: the corpus input that crashed the DDS layer's key extraction, then mutations of
+// a valid keyed and a valid keyless message. Prints "sent <n>" once every writer's samples are acknowledged.
 #include <dds/dds.h>
 #include <dds/ddsi/ddsi_serdata.h>
 #include <dds/ddsi/ddsi_sertype.h>
@@ -30,7 +27,6 @@ using Bytes = std::vector<unsigned char>;
     std::exit(1);
 }
 
-// A serialization type whose samples are opaque bytes: nothing is checked or extracted on this side.
 struct RawSample {
     ddsi_serdata c;
     Bytes bytes;
@@ -51,15 +47,6 @@ const ddsi_serdata_ops& rawSerdataOps() {
         ddsi_serdata_ops o{};
         o.eqkey = [](const ddsi_serdata*, const ddsi_serdata*) { return true; };
         o.get_size = [](const ddsi_serdata* d) { return static_cast<uint32_t>(raw(d)->bytes.size()); };
-        o.from_ser_iov = [](const ddsi_sertype* type, ddsi_serdata_kind kind, ddsrt_msg_iovlen_t n,
-                            const ddsrt_iovec_t* iov, size_t) {
-            Bytes bytes;
-            for (ddsrt_msg_iovlen_t i = 0; i < n; ++i) {
-                const auto* p = static_cast<const unsigned char*>(iov[i].iov_base);
-                bytes.insert(bytes.end(), p, p + iov[i].iov_len);
-            }
-            return makeRaw(type, kind, std::move(bytes));
-        };
         o.to_ser = [](const ddsi_serdata* d, size_t off, size_t sz, void* buf) {
             std::memcpy(buf, raw(d)->bytes.data() + off, sz);
         };
@@ -109,7 +96,6 @@ const ddsi_sertype_ops& rawTypeOps() {
 }
 
 dds_qos_t* offeredQos() {
-    // Offers what every reader of the system requests; keeps everything until acknowledged.
     dds_qos_t* qos = dds_create_qos();
     dds_qset_reliability(qos, DDS_RELIABILITY_RELIABLE, DDS_SECS(10));
     dds_qset_durability(qos, DDS_DURABILITY_TRANSIENT_LOCAL);
@@ -119,8 +105,7 @@ dds_qos_t* offeredQos() {
     return qos;
 }
 
-// A valid message of the operation, serialized by the DDS layer: written to a reader of this process
-// and taken back as bytes. Its first member is the sending actor (a string).
+// A valid message serialized by the DDS layer, through a reader of this process. Its first member is a string.
 Bytes validMessage(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* topicName) {
     dds_qos_t* qos = offeredQos();
     const dds_entity_t topic = dds_create_topic(participant, desc, topicName, qos, nullptr);
@@ -139,15 +124,12 @@ Bytes validMessage(dds_entity_t participant, const dds_topic_descriptor_t* desc,
     Bytes bytes(ddsi_serdata_size(taken));
     ddsi_serdata_to_ser(taken, 0, bytes.size(), bytes.data());
     ddsi_serdata_unref(taken);
-    // Gone before anything malformed is written: this process has no reader of its own.
     dds_delete(reader);
     dds_delete(writer);
     dds_delete_qos(qos);
     return bytes;
 }
 
-// Writes `samples` through a writer of the raw type once a reader is matched; returns their number once
-// they are acknowledged.
 int sendRaw(dds_entity_t participant, const dds_topic_descriptor_t* desc, const char* topicName, std::vector<Bytes> samples) {
     auto* type = new ddsi_sertype{};
     ddsi_sertype_init(type, desc->m_typename, &rawTypeOps(), &rawSerdataOps(), desc->m_nkeys == 0);
@@ -181,14 +163,9 @@ uint32_t get32(const Bytes& b, size_t at) {
 }
 void put32(Bytes& b, size_t at, uint32_t v) { std::memcpy(b.data() + at, &v, 4); }
 
-struct Member {
-    size_t header;  // offset of its member header
-    size_t end;     // offset after its contents
-};
-
-// The top-level members of a valid little-endian XCDR2 message (encapsulation 0x000b): header offsets.
-std::vector<Member> members(const Bytes& b) {
-    std::vector<Member> out;
+// The header offsets of the top-level members of a valid little-endian XCDR2 message.
+std::vector<size_t> members(const Bytes& b) {
+    std::vector<size_t> out;
     const size_t end = 8 + get32(b, 4);
     for (size_t at = 8; at + 4 <= end;) {
         const uint32_t header = get32(b, at);
@@ -196,9 +173,8 @@ std::vector<Member> members(const Bytes& b) {
         size_t length = lc < 4 ? (size_t{1} << lc) : 0, contents = at + 4;
         if (lc == 4) length = get32(b, at + 4), contents += 4;
         else if (lc >= 5) length = 4 + (size_t{get32(b, at + 4)} << (lc == 5 ? 0 : lc - 4));
-        const size_t next = contents + length;
-        out.push_back({at, next});
-        at = (next + 3) & ~size_t{3};
+        out.push_back(at);
+        at = (contents + length + 3) & ~size_t{3};
     }
     return out;
 }
@@ -206,23 +182,22 @@ std::vector<Member> members(const Bytes& b) {
 // Mutations of one valid message: each kind over every member it applies to, then random ones.
 std::vector<Bytes> mutations(const Bytes& valid, const std::vector<uint32_t>& keyIds, std::mt19937& random) {
     std::vector<Bytes> out;
-    const auto list = members(valid);
-    for (const Member& m : list) {
-        const uint32_t header = get32(valid, m.header);
+    for (const size_t at : members(valid)) {
+        const uint32_t header = get32(valid, at);
         for (uint32_t lc = 0; lc < 8; ++lc) {  // every other length code
             if (lc == ((header >> 28) & 7)) continue;
             Bytes b = valid;
-            put32(b, m.header, (header & 0x8fffffffu) | lc << 28);
+            put32(b, at, (header & 0x8fffffffu) | lc << 28);
             out.push_back(b);
         }
         for (uint32_t key : keyIds) {  // a key member's id in place of this member's
             if (key == (header & 0x0fffffffu)) continue;
             Bytes b = valid;
-            put32(b, m.header, (header & 0xf0000000u) | key);
+            put32(b, at, (header & 0xf0000000u) | key);
             out.push_back(b);
         }
         Bytes huge = valid;  // a huge member length or string length
-        if (m.header + 8 <= huge.size()) put32(huge, m.header + 4, 0xffffffffu);
+        if (at + 8 <= huge.size()) put32(huge, at + 4, 0xffffffffu);
         out.push_back(huge);
     }
     for (size_t n = 4; n < valid.size(); n += 3) out.emplace_back(valid.begin(), valid.begin() + static_cast<long>(n));
@@ -234,7 +209,7 @@ std::vector<Bytes> mutations(const Bytes& valid, const std::vector<uint32_t>& ke
     return out;
 }
 
-uint32_t memberId(const Bytes& valid, size_t index) { return get32(valid, members(valid)[index].header) & 0x0fffffffu; }
+uint32_t memberId(const Bytes& valid, size_t index) { return get32(valid, members(valid)[index]) & 0x0fffffffu; }
 
 }  // namespace
 

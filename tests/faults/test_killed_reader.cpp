@@ -1,8 +1,6 @@
-// A client process killed in the middle of this process's stream, and restarted, several times: the service
-// never stalls or throws, a healthy client process loses nothing, and the restarted one hears the stream
-// again at once. The clients are vantrel-fault-peer's; VANTREL_FAULT_VICTIMS (words separated by spaces)
-// runs the victims of another build instead (Windows programs under Wine, tests/windows). The bounds are
-// generous: the targets are a 50 ms longest send and 1 s from restart to first sample (docs/faults.md).
+// A client process killed in the middle of this process's stream and restarted, several times: the service
+// never stalls or throws, a healthy client loses nothing, the restarted one hears the stream again at once.
+// VANTREL_FAULT_VICTIMS (words) runs the victims of another build (Windows programs under Wine, tests/windows).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,27 +29,22 @@ double field(const std::string& line, const std::string& key) {
     return at == std::string::npos ? -1e9 : std::atof(line.c_str() + at + key.size() + 2);
 }
 
-std::vector<std::string> victimsCommand(const std::string& domain) {
-    std::vector<std::string> command;
-    const char* external = std::getenv("VANTREL_FAULT_VICTIMS");
-    std::istringstream words(external && *external ? external : FAULT_PEER);
-    for (std::string w; words >> w;) command.push_back(w);
-    command.insert(command.end(), {"victims", domain, std::to_string(kRounds), std::to_string(kRoundMs)});
-    return command;
-}
-
 TEST(KilledReader, NeitherStallsTheServiceNorCostsAHealthyClientAnything) {
     using Clock = std::chrono::steady_clock;
     auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     const std::string domain = std::to_string(vantrel::test::domainId());
     auto service = M_Dialogue::Service::createWriteOnly(session, "streamer");
     ChildProcess healthy({FAULT_PEER, "listen", domain, "healthy"});
-    ChildProcess victims(victimsCommand(domain));
+    std::vector<std::string> victimsCommand;
+    const char* external = std::getenv("VANTREL_FAULT_VICTIMS");
+    std::istringstream words(external && *external ? external : FAULT_PEER);
+    for (std::string w; words >> w;) victimsCommand.push_back(w);
+    victimsCommand.insert(victimsCommand.end(), {"victims", domain, std::to_string(kRounds), std::to_string(kRoundMs)});
+    ChildProcess victims(victimsCommand);
     ASSERT_FALSE(healthy.lineStarting("ready").empty());
     ASSERT_FALSE(victims.lineStarting("ready", 120).empty());  // victims under Wine start slowly
 
-    // Streams until the victims' rounds are over, however long they took. A client matched late counts from
-    // the first sample it had.
+    // Streams until the victims' rounds are over; a client matched late counts from its first sample.
     victims.tell("go");
     std::atomic<bool> roundsOver{false};
     std::string restarts;

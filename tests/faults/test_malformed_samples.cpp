@@ -1,5 +1,5 @@
-// Malformed samples from a peer on plain ddsc (malformed_sender.cpp, a separate process) reach a service of
-// ours: the service process stays up, counts and logs the drops, and then answers a valid command.
+// Malformed samples from a peer on plain ddsc (malformed_sender.cpp) reach a service of ours: it stays up,
+// counts and logs the drops, and then answers a valid command.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,7 +20,6 @@ using vantrel::test::waitUntil;
 
 namespace {
 
-// Answers a valid raised alarm with its log.
 struct AlertService : M_Alert::IService {
     M_Alert::Service* facade = nullptr;
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
@@ -56,7 +55,6 @@ TEST(MalformedSamples, ServiceDropsThemCountsThemAndStillAnswers) {
     auto sensor = M_Sensor::Client::create(serviceSession, "sensor-reports", sensorImpl);
     const uint64_t malformedBefore = kelva::access::DeliveryStats::samplesMalformed();
 
-    // Its line comes once every sample is acknowledged; on any failure it exits without one.
     ChildProcess sender({MALFORMED_SENDER, std::to_string(domain), CORPUS_INPUT});
     const std::string line = sender.lineStarting("sent", 120);
     int sent = 0;

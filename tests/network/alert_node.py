@@ -1,9 +1,5 @@
-"""One host's process of the multi-host tests, on the Python binding, configured by KELVA_CONFIG:
-`service DOMAIN CLIENTS`, `client DOMAIN NAME READERS` or `monitor DOMAIN CLIENTS` (docs/network.md).
-Stdout: one line per event, ending in " t=<ms>" on the monotonic clock all network namespaces share;
-"watch <Publication|Subscription> <peers> <Interface>.<Op> ..." names the endpoints whose matching (the
-toolkit's debug lines on stderr) the harness follows. Stdin: "report|send FIRST COUNT INTERVAL_MS", "quit".
-"""
+"""One host's process of the multi-host tests, on the Python binding (docs/network.md):
+`service DOMAIN CLIENTS`, `client DOMAIN NAME READERS` or `monitor DOMAIN CLIENTS`."""
 import os
 import sys
 import threading
@@ -32,14 +28,12 @@ REPORTS = {"ReportAlarmLog": lambda key, log, dispose: say(
 
 
 def watch(kind, needed, *interfaces):
-    """Says which endpoints of the node need `needed` peers each: every operation of the interfaces."""
     ops = [op for op in vantrel.catalog.operations("M_Alert") if op.interface in interfaces]
     say("watch %s %d %s" % (kind, needed, " ".join("%s.%s" % (op.interface, op.name) for op in ops)))
 
 
 def commands(verb, one):
-    """Runs "<verb> FIRST COUNT INTERVAL_MS" until "quit" or the end of input: one(i) for i = FIRST.., on a
-    fixed schedule (a slow send does not stretch the run)."""
+    """Runs "<verb> FIRST COUNT INTERVAL_MS" on a fixed schedule until "quit" or the end of input."""
     for line in sys.stdin:
         words = line.split()
         if words == ["quit"]:

@@ -1,17 +1,7 @@
-"""A small network of hosts on one machine, made of Linux network namespaces (Debian's iproute2).
-
-    bridge namespace <prefix>-br:  br0 (a Linux bridge, multicast snooping off), ports p1 .. pN
-    host namespace   <prefix>-hI:  lo, veth0 = 10.213.0.I/24, route 224.0.0.0/4 dev veth0
-
-Every `ip` command runs inside a namespace made here (`ip -n`), the veth pairs are born inside the bridge
-namespace and the bridge has no uplink: no packet leaves the namespaces, the machine's own interfaces and
-routes stay as they are. Names carry the harness's pid and a random part, so parallel runs do not meet;
-remove_stale() deletes those of earlier runs whose process is gone (a run killed with SIGKILL).
-"""
+"""Hosts on one bridge, made of Linux network namespaces, none with an uplink (docs/network.md)."""
 import os
 import re
 import secrets
-import shutil
 import subprocess
 
 PREFIX = "vtnet"
@@ -23,13 +13,6 @@ def _run(args, check=True):
     if check and done.returncode != 0:
         raise RuntimeError("%s: exit %d: %s" % (" ".join(args), done.returncode, done.stderr.strip()))
     return done
-
-
-def unavailable():
-    """Why this process cannot make namespaces (a reason to skip), or None."""
-    if shutil.which("ip") is None:
-        return "the ip command (Debian package iproute2) is not installed"
-    return None if os.geteuid() == 0 else "not root: network namespaces need CAP_NET_ADMIN"
 
 
 def namespaces():

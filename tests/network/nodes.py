@@ -1,11 +1,4 @@
-"""alert_node.py inside a host's namespace, its stdout and stderr read as they come.
-
-Each node's KELVA_CONFIG is the documented example config/kelva-vehicle.toml with the host's [network]
-values and the debug log level; CYCLONEDDS_URI is removed (never the loopback profile in the namespaces).
-From the toolkit's matching lines on stderr this side adds the node's "match missing=<n>" lines (whenever the
-most peers a watched endpoint lacks changes) and one "discovered <ms since its start>". Times are the
-node's monotonic clock, the harness's time.monotonic() too (one kernel, no time namespaces).
-"""
+"""alert_node.py inside a host's namespace, its output read as it comes (docs/network.md)."""
 import os
 import re
 import subprocess
@@ -96,8 +89,7 @@ class Node:
         return "%s: %s\nlast lines: %s\nstderr:\n%s" % (self.name, what, self.lines[-5:], "\n".join(self.log[-20:]))
 
     def wait_for(self, pattern, timeout, after=0):
-        """The first line from index `after` on that matches `pattern`: (match, t, index). Fails when the time
-        is up, or at once when the node said "error ..." or ended without it."""
+        """(match, t, index) of the first line from `after` on; fails at once on "error ..." or an exit."""
         regex = re.compile(pattern)
         deadline = time.monotonic() + timeout
         with self._cond:
@@ -117,13 +109,11 @@ class Node:
                 self._cond.wait(min(deadline - time.monotonic(), 0.2))
 
     def matching(self, pattern, after=0):
-        """Every line from index `after` on matching `pattern`: [(match, t)]."""
         with self._cond:
             lines = self.lines[after:]
         return [(m, t) for m, t in ((re.search(pattern, b), t) for b, t in lines) if m]
 
     def mark(self):
-        """The index of the next line: for waits that concern only what comes later."""
         with self._cond:
             return len(self.lines)
 

@@ -1,14 +1,4 @@
-"""The library across hosts: four network namespaces on a bridge, one alert_node.py each (on the Python
-binding: PYTHONPATH=<build>/python):
-
-    h1 service (M_Alert::Service)   h2 client "client-a"   h3 client "client-b" (cut off in test_3)
-    h4 monitor (Service::createMonitor and Client::createMonitor on a MonitorSession)
-
-on the vehicle LAN profile (config/cyclonedds-vehicle.xml) through each host's toolkit configuration, with
-the fault settings of docs/faults.md: lease 3 s, keep-all writers keep everything for unacknowledged
-readers, at most 1 s blocking. Needs root; without it (or iproute2) the run exits 77, which ctest reports as
-skipped. Figures are printed ("FIGURE ...") and collected in network-figures.txt in the working folder.
-"""
+"""The library across four hosts in network namespaces, one alert_node.py each (docs/network.md)."""
 import os
 import shutil
 import signal
@@ -35,8 +25,7 @@ OUTAGE_S = 5.0
 N_COMMANDS = 100            # per client, as fast as they go
 
 
-# A stopped run (SIGTERM, SIGHUP, or past the budget) still tears down: pytest runs the fixtures' finalizers
-# on an interrupt, which stop the nodes and delete the namespaces.
+# A stopped run still tears down: pytest runs the fixtures' finalizers on an interrupt.
 def _interrupt(signum, _frame):
     raise KeyboardInterrupt("signal %d" % signum)
 
@@ -53,7 +42,6 @@ def figure(text):
 
 
 def host_snapshot():
-    """The machine's own links, addresses and routes, as the tests found them."""
     def ip(*args):
         return subprocess.run(["ip"] + list(args), capture_output=True, text=True).stdout
     links = sorted(" ".join(line.split()[0:1] + line.split()[2:3]) for line in ip("-br", "link").splitlines())
@@ -61,8 +49,7 @@ def host_snapshot():
 
 
 class Deployment:
-    """The nodes of one run on `dds_configs` (the profile first, later files override it). pair: only the
-    service and client-a, each expecting the other alone; peers=False: no unicast peers (multicast alone)."""
+    """pair: only the service and client-a; peers=False: no unicast peers (multicast alone)."""
 
     def __init__(self, net, dds_configs, domain, pair=False, peers=True):
         self.workdir = tempfile.mkdtemp(prefix="vantrel-network-")
@@ -100,8 +87,8 @@ class Deployment:
 
 @pytest.fixture(scope="module")
 def network():
-    if netns.unavailable():
-        pytest.exit("SKIPPED: network namespaces unavailable: %s" % netns.unavailable(), returncode=77)
+    if shutil.which("ip") is None or os.geteuid() != 0:
+        pytest.exit("SKIPPED: network namespaces need root and the ip command (iproute2)", returncode=77)
     netns.remove_stale()
     if os.path.exists(FIGURES):
         os.remove(FIGURES)
@@ -127,20 +114,17 @@ def lan(network):
 
 
 def received(node, sender, after=0):
-    """The sequence numbers of sender's CmdRaiseAlarm that `node` received, in arrival order."""
     return [int(m.group(1)) for m, _ in node.matching(r"^received CmdRaiseAlarm %s (\d+)$" % sender, after)]
 
 
 def done(node, what, after):
-    """The longest send of the command that ended (us), after checking that none threw."""
     m, _, _ = node.wait_for(r"^done %s max_us=(\d+) exceptions=(\d+)$" % what, 30, after)
     assert m.group(2) == "0", "%s: %s sends threw" % (node.name, m.group(2))
     return int(m.group(1))
 
 
 def wait_all_received(sender, first, count, receivers, after, timeout):
-    """Waits until every receiver has sender's commands first .. first + count - 1, checks that they came
-    complete and in order, and returns when the last one arrived (ms, monotonic)."""
+    """Checks that every receiver has them all, in order; returns when the last one arrived (ms)."""
     last = first + count - 1
     t_last = max(node.wait_for(r"^received CmdRaiseAlarm %s %d$" % (sender, last), timeout, after[node.name])[1]
                  for node in receivers)
@@ -152,8 +136,6 @@ def wait_all_received(sender, first, count, receivers, after, timeout):
 
 
 def commands_from_both_clients(d, at):
-    """N numbered commands from each client at once: the service and the monitor receive all, in order per
-    client. Returns when the last one arrived."""
     for client in (d.a, d.b):
         client.send("send 1 %d 0" % N_COMMANDS)
     for client in (d.a, d.b):
@@ -162,20 +144,15 @@ def commands_from_both_clients(d, at):
 
 
 def state_reached_everyone(d, value, at, timeout):
-    """Waits until both clients and the monitor have the report pair `value`; returns when the last came."""
     return max(node.wait_for(pattern % value, timeout, at[node.name])[1] for node in (d.a, d.b, d.monitor)
                for pattern in (r"^report AlarmLog state v%d$", r"^report AlertStatus %d$"))
 
 
 def test_1_discovery_across_hosts(lan):
-    """Every client's command writers match the service's and the monitor's readers (and its report readers
-    the service's writers) across the bridge, counted from the node's start."""
     lan.discovery("lan", DISCOVERY_BOUND_S)
 
 
 def test_2_every_command_delivered(lan):
-    """N commands from each client, and a keyed transient-local report that reaches both clients and the
-    monitor."""
     at = lan.marks()
     t0 = time.monotonic() * 1000
     t_last = commands_from_both_clients(lan, at)
@@ -186,9 +163,6 @@ def test_2_every_command_delivered(lan):
 
 
 def test_3_link_cut_for_5s(lan, network):
-    """client-b's host loses its link for 5 s (longer than the 3 s lease). The service goes on reporting and
-    never blocks; client-a's keep-all commands sent meanwhile all arrive; when the link is back client-b
-    gets the latest state of the transient-local reports and its commands go through again."""
     b_host = network.hosts[2]
     lan.service.send("report 10 1 0")
     for node in (lan.a, lan.b):
@@ -202,8 +176,7 @@ def test_3_link_cut_for_5s(lan, network):
         lan.b.send("send 2001 50 100")         # and from the cut one
         time.sleep(max(0.0, (t_down + OUTAGE_S * 1000) / 1000 - time.monotonic()))
     finally:
-        # Back as a network manager would bring it: the multicast route went with the link. DDS may use the
-        # link before `ip` returns: the time counts from the asking.
+        # The multicast route went with the link; the time counts from the asking.
         t_up = time.monotonic() * 1000
         b_host.ip("link", "set", b_host.interface, "up")
         b_host.ip("route", "replace", "224.0.0.0/4", "dev", b_host.interface)
@@ -231,9 +204,7 @@ def test_3_link_cut_for_5s(lan, network):
 
 
 def test_4_five_percent_packet_loss(lan, network):
-    """Every host drops 5 % of its outgoing packets (the DDS layer's Internal/Test/XmitLossiness): discovery
-    still completes, and everything reliable is still delivered, complete and in order."""
-    lan.stop()  # the loss run gets fresh processes on the same hosts
+    lan.stop()  # fresh processes on the same hosts
     d = Deployment(network, [VEHICLE, LOSS], DOMAIN + 1)
     try:
         t0 = time.monotonic() * 1000
@@ -252,9 +223,6 @@ def test_4_five_percent_packet_loss(lan, network):
 
 
 def test_5_each_discovery_path_alone(network, tmp_path):
-    """Multicast discovery with no peers configured, and the toolkit's unicast peers with multicast off (a
-    LAN whose switches drop multicast), each work alone. Only while multicast is on have the hosts joined the
-    DDS layer's default multicast group on their veth."""
     no_multicast = tmp_path / "no-multicast.xml"
     no_multicast.write_text('<CycloneDDS xmlns="https://cdds.io/config"><Domain id="any"><General>'
                             '<AllowMulticast>false</AllowMulticast></General></Domain></CycloneDDS>\n')
