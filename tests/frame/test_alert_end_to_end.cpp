@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -113,8 +112,7 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
 TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
     kelva::config::Config config;
     config.firstWriteTimeoutMs = 2000;  // long beside any scheduling delay: the two sends stay distinguishable
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
-    auto client = M_Alert::Client::createWriteOnly(session, "console");
+    auto client = M_Alert::Client::createWriteOnly(vantrel::test::newSession(config), "console");
     using Clock = std::chrono::steady_clock;
     auto start = Clock::now();
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
@@ -127,17 +125,10 @@ TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
     EXPECT_LT(second, std::chrono::milliseconds(1000));  // did not wait again: far below the timeout
 }
 
-// The exact text of the logic_error that `call` throws.
-std::string misuseText(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const std::logic_error& e) {
-        return e.what();
-    }
-    return "no exception";
-}
+using AlertFacadeMisuse = vantrel::test::TwoSessions;
+constexpr auto misuseText = &vantrel::test::thrownText<std::logic_error>;
 
-TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingAndSaySo) {
+TEST_F(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingAndSaySo) {
     vantrel::test::LogCapture capture(Level::trace);
     M_Alert::Client unset;
     M_Alert::Service service;
@@ -155,13 +146,12 @@ TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingA
     auto multiplex = M_Alert::Client::createMonitor(monitor, readerImpl);
     EXPECT_EQ(misuseText([&] { multiplex->CmdRaiseAlarm({}); }), "Client invalid sender!");
 
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     AlertServiceImpl serviceImpl;
-    auto receiver = M_Alert::Service::create(session, "alert-service", serviceImpl);
-    auto client = M_Alert::Client::createWriteOnly(session, "first");
+    auto receiver = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(serviceSession, "first");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("1", "", "", "", ""));
     // The first actor goes away with the assignment; the next call must use the second one's sender.
-    client = M_Alert::Client::createWriteOnly(session, "second");
+    client = M_Alert::Client::createWriteOnly(serviceSession, "second");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("2", "", "", "", ""));
     ASSERT_TRUE(waitUntil([&] { return serviceImpl.count() >= 2; }));
     client.invalidate();
@@ -189,11 +179,10 @@ TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingA
     }
 }
 
-TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+TEST_F(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
     AlertServiceImpl serviceImpl;
-    auto service = M_Alert::Service::create(session, "alert-service", serviceImpl);
-    auto client = M_Alert::Client::createWriteOnly(std::make_shared<kelva::actors::Session>(vantrel::test::domainId()), "racer");
+    auto service = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "racer");
     client.waitUntilConnected();
     // Every member tells the send it belongs to: a half-sent or mixed message would not be one of these.
     auto condition = [](int i) {

@@ -3,6 +3,7 @@
 // lacks a hook makes the facade's creation fail with the loader's text and leave nothing behind.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <mutex>
 
 #include "intern/vantrel/wire/M_WatchdogWire.h"
@@ -10,7 +11,7 @@
 #include "kelva/actors/SessionImpl.h"
 #include "vantrel/M_Watchdog.h"
 #include "vantrel/frame/Sender.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
 
 namespace {
 
@@ -21,7 +22,7 @@ kelva::config::Config withPlugin(const char* path) {
 }
 
 std::shared_ptr<kelva::actors::Session> newSession(const char* plugin = nullptr) {
-    return std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(plugin));
+    return vantrel::test::newSession(withPlugin(plugin));
 }
 
 template <class AnySession>
@@ -123,21 +124,16 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
 }
 
 // Whether a creation threw a runtime_error whose text starts with `prefix`.
-template <class Create>
-::testing::AssertionResult failsWith(Create create, const std::string& prefix) {
-    try {
-        create();
-    } catch (const std::runtime_error& e) {
-        if (std::string(e.what()).rfind(prefix, 0) == 0) return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << e.what();
-    }
-    return ::testing::AssertionFailure() << "no exception";
+::testing::AssertionResult failsWith(const std::function<void()>& create, const std::string& prefix) {
+    const auto text = vantrel::test::thrownText<std::runtime_error>(create);
+    if (text.rfind(prefix, 0) == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << text;
 }
 
 // A creation that fails leaves nothing behind: the actor is gone from its session, and samples that arrive
 // afterwards reach no handler (the observer they would run into was freed; the sanitizer pass checks),
 // while a service created properly gets every one of them.
-TEST(FailedCreation, APluginLackingAHookStopsCreationWithTheLoadersTextAndLeavesNothingBehind) {
+TEST(FailedCreation, APluginLackingAHookOrANameTakenStopsCreationWithItsTextAndLeavesNothingBehind) {
     auto lacksSender = newSession(WATCHDOG_PLUGIN_LACKING);
     EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Client::createWriteOnly(lacksSender, "console"); },
                           "Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin"));
@@ -163,25 +159,17 @@ TEST(FailedCreation, APluginLackingAHookStopsCreationWithTheLoadersTextAndLeaves
     EXPECT_THROW(M_Watchdog::Service::createMonitor(monitor, none), std::runtime_error);
     EXPECT_EQ(actorsOf(*monitor), 0u);
 
+    // A name taken by a service or by a sender.
+    auto writeOnly = M_Watchdog::Service::createWriteOnly(lacksSender, "writer");
+    EXPECT_THROW(M_Watchdog::Service::create(lacksSender, "watchdog", failed), std::logic_error);
+    EXPECT_THROW(M_Watchdog::Service::create(lacksSender, "writer", failed), std::logic_error);
+    EXPECT_TRUE(service.isValid());
+    EXPECT_TRUE(writeOnly.actorInfo().methodsRead.empty());  // the sending actor started no observer
+
     auto client = M_Watchdog::Client::createWriteOnly(newSession(), "console");
     for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {"CmdZoom"}, false);
     EXPECT_TRUE(working.waitWatched(20));
     EXPECT_TRUE(failed.seen().empty()) << "a failed creation's implementation is being called";
-}
-
-TEST(FailedCreation, ACreationUnderANameTakenByAServiceOrASenderFailsWithoutHarmingIt) {
-    auto session = newSession();
-    Watchdog first, second, third;
-    auto service = M_Watchdog::Service::create(session, "watchdog", first);
-    auto writeOnly = M_Watchdog::Service::createWriteOnly(session, "writer");
-    EXPECT_THROW(M_Watchdog::Service::create(session, "watchdog", second), std::logic_error);
-    EXPECT_THROW(M_Watchdog::Service::create(session, "writer", third), std::logic_error);
-    EXPECT_TRUE(service.isValid());
-    EXPECT_TRUE(writeOnly.actorInfo().methodsRead.empty());  // the sending actor started no observer
-    auto client = M_Watchdog::Client::createWriteOnly(newSession(), "console");
-    for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {}, false);
-    EXPECT_TRUE(first.waitWatched(20));
-    EXPECT_TRUE(second.seen().empty() && third.seen().empty()) << "a failed creation's implementation is being called";
 }
 
 }  // namespace
