@@ -51,15 +51,6 @@ struct Recorder : M_Alert::IClient {
     }
 };
 
-struct IdsRecorder : M_Alert::IService {
-    std::mutex mutex;
-    std::vector<M_Alert::AlertIdListType> acknowledged;
-    void CmdAcknowledgeAlarm(const M_Alert::AlertIdListType& ids) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        acknowledged.push_back(ids);
-    }
-};
-
 // Longer than any short-string buffer, so a reused string really holds heap storage.
 std::string longText(const std::string& tag) { return tag + " with a text long enough to live on the heap"; }
 
@@ -91,22 +82,8 @@ TEST_F(ReceivedValues, SmallerListsAfterLargerOnesLeaveNothingBehind) {
         service->ReportAlertStatus(statuses[i], false);
         ASSERT_TRUE(recorder.waitCount(recorder.statuses, i + 1));
     }
-
-    IdsRecorder ids;
-    auto observer = M_Alert::Service::create(serviceSession, "ack-service", ids);
-    auto sender = M_Alert::Client::createWriteOnly(clientSession, "ack-console");
-    sender.waitUntilConnected();
-    const std::vector<M_Alert::AlertIdListType> lists{{longText("first"), longText("second"), "third"}, {"x"}, {}};
-    for (std::size_t i = 0; i < lists.size(); ++i) {
-        sender->CmdAcknowledgeAlarm(lists[i]);
-        ASSERT_TRUE(waitUntil([&] {
-            std::lock_guard<std::mutex> lock(ids.mutex);
-            return ids.acknowledged.size() > i;
-        }));
-    }
-    std::lock_guard<std::mutex> lock(recorder.mutex), idsLock(ids.mutex);
+    std::lock_guard<std::mutex> lock(recorder.mutex);
     EXPECT_EQ(recorder.statuses, statuses);
-    EXPECT_EQ(ids.acknowledged, lists);
 }
 
 // `full` and `bare` share their key; `other` has another. A client joining after the three writes gets one
@@ -152,8 +129,6 @@ TEST_F(ReceivedValues, KeyedReportsAreOneInstancePerKeyAndADisposalCarriesOnlyIt
     EXPECT_EQ(recorder.logsNow(), expected);
 }
 
-using Overtaking = vantrel::test::TwoSessions;
-
 // Holds the dispatcher of its session in ReportAlertStatus until released.
 struct BusyConsole : Recorder {
     Gate entered, release;
@@ -163,10 +138,9 @@ struct BusyConsole : Recorder {
     }
 };
 
-TEST_F(Overtaking, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly) {
+TEST_F(ReceivedValues, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly) {
     BusyConsole console;
-    auto client = M_Alert::Client::create(clientSession, "console", console);
-    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alerts");
+    auto busy = M_Alert::Client::create(vantrel::test::newSession(), "busy-console", console);
     ASSERT_TRUE(waitUntil([&] {
         service->ReportAlertStatus({}, false);
         return console.entered.wait(std::chrono::milliseconds(200));
