@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "Recorded.h"
 #include "kelva/actors/Session.h"
 #include "kelva/config/Config.h"
 #include "vantrel/M_Alert.h"
@@ -24,18 +25,11 @@ namespace {
 
 struct AlertServiceImpl : M_Alert::IService {
     M_Alert::Service* self = nullptr;  // when set, what it says about each call in progress is recorded
-    std::mutex mutex;
-    std::vector<M_Alert::AlarmConditionInfoType> raised;
-    std::vector<kelva::actors::CallbackInfo> infos;
-
+    Recorded<M_Alert::AlarmConditionInfoType> raised;
+    Recorded<kelva::actors::CallbackInfo> infos;
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        raised.push_back(condition);
-        if (self) infos.push_back(self->callbackInfo());
-    }
-    std::size_t count() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return raised.size();
+        if (self) infos.add(self->callbackInfo());
+        raised.add(condition);
     }
 };
 
@@ -85,7 +79,7 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     EXPECT_TRUE(waitUntil([&] {
         client->CmdRaiseAlarm(condition);
         std::lock_guard<std::mutex> lock(mutex);
-        return impl.count() > 0 && got == std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
+        return impl.raised.size() > 0 && got == std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
     }));
     client->CmdClearAlarm({"1"});
     client->CmdAcknowledgeAlarm({"1"});
@@ -102,11 +96,11 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     }
     // The service tells who sent the call in progress, and nothing once it returned (reset on the dispatcher).
     EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
-    std::lock_guard<std::mutex> lock(impl.mutex);
-    ASSERT_FALSE(impl.infos.empty());
-    EXPECT_EQ(impl.infos[0].senderId, client.actorInfo().actorId);
-    EXPECT_EQ(impl.infos[0].operation, "CmdRaiseAlarm");
-    EXPECT_EQ(impl.infos[0].actorId, service.actorInfo().actorId);
+    const auto infos = impl.infos.now();
+    ASSERT_FALSE(infos.empty());
+    EXPECT_EQ(infos[0].senderId, client.actorInfo().actorId);
+    EXPECT_EQ(infos[0].operation, "CmdRaiseAlarm");
+    EXPECT_EQ(infos[0].actorId, service.actorInfo().actorId);
 }
 
 TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
@@ -153,17 +147,15 @@ TEST_F(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothin
     // The first actor goes away with the assignment; the next call must use the second one's sender.
     client = M_Alert::Client::createWriteOnly(serviceSession, "second");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("2", "", "", "", ""));
-    ASSERT_TRUE(waitUntil([&] { return serviceImpl.count() >= 2; }));
+    ASSERT_TRUE(serviceImpl.raised.waitSize(2));
     client.invalidate();
     client.invalidate();
     EXPECT_FALSE(client.isValid());
     EXPECT_EQ(misuseText([&] { client->CmdRaiseAlarm({}); }), "Client::m_actor not initialised!");
-    {
-        std::lock_guard<std::mutex> l(serviceImpl.mutex);
-        ASSERT_EQ(serviceImpl.raised.size(), 2u);
-        EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
-        EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
-    }
+    const auto raised = serviceImpl.raised.now();
+    ASSERT_EQ(raised.size(), 2u);
+    EXPECT_EQ(raised[0].SubsystemName, "1");
+    EXPECT_EQ(raised[1].SubsystemName, "2");
     // Entry trace lines name the facade's own functions, never the helpers behind them.
     const auto traces = capture.texts(Level::trace);
     for (const std::string fragment : {"M_Alert::Client M_Alert::Client::createWriteOnly(std::shared_ptr<kelva::actors::Session>",
@@ -216,10 +208,10 @@ TEST_F(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
     EXPECT_EQ(thrownAfter, std::vector<std::string>(20, invalid));
     for (const auto& text : thrownBefore) EXPECT_TRUE(text == invalid || text == "Client invalid sender!") << text;
     ASSERT_FALSE(sent.empty());
-    EXPECT_TRUE(waitUntil([&] { return serviceImpl.count() > 0; }));
-    std::lock_guard<std::mutex> l(serviceImpl.mutex);
-    EXPECT_LE(serviceImpl.raised.size(), sent.size());
-    for (const auto& raised : serviceImpl.raised) {
+    EXPECT_TRUE(waitUntil([&] { return serviceImpl.raised.size() > 0; }));
+    const auto received = serviceImpl.raised.now();
+    EXPECT_LE(received.size(), sent.size());
+    for (const auto& raised : received) {
         const int i = std::stoi(raised.SubsystemName);
         EXPECT_EQ(raised, condition(i));
         EXPECT_TRUE(std::find(sent.begin(), sent.end(), i) != sent.end()) << i << " arrived but its send failed";

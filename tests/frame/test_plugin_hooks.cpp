@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <mutex>
 
+#include "Recorded.h"
 #include "intern/vantrel/wire/M_WatchdogWire.h"
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SessionImpl.h"
@@ -53,18 +53,9 @@ struct PluginProbe {
 };
 
 struct Watchdog : M_Watchdog::IService {
-    std::mutex mutex;
-    std::vector<std::string> watched;
+    Recorded<std::string> watched;
     void ConfigWatch(const std::string& client, const std::string&, const M_Common::StringListType&, bool dispose) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        watched.push_back(client + (dispose ? " dispose" : ""));
-    }
-    std::vector<std::string> seen() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return watched;
-    }
-    bool waitWatched(std::size_t n) {
-        return vantrel::test::waitUntil([&] { return seen().size() == n; });
+        watched.add(client + (dispose ? " dispose" : ""));
     }
 };
 
@@ -79,10 +70,10 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
     EXPECT_EQ(probe.count(sent), 1);
     // Delivered before it is disposed (a disposal that overtakes the data stands for it).
-    ASSERT_TRUE(watchdog.waitWatched(1));
+    ASSERT_TRUE(watchdog.watched.waitSize(1));
     client->ConfigWatch("camera-app", "M_Camera", {}, true);
     EXPECT_EQ(probe.count(sent + " dispose"), 1);
-    ASSERT_TRUE(watchdog.waitWatched(2));
+    ASSERT_TRUE(watchdog.watched.waitSize(2));
 
     // A wire-level send is the typed send, hooks and disposal included. The sending actor is the sender's
     // own whatever the message says: the disposal meets the instance the write made only so.
@@ -96,10 +87,10 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     message.KeyAssociatedServiceName = watchedService;
     wire->sendWire(0, &message, false);
     EXPECT_EQ(probe.count(sent), 2);
-    ASSERT_TRUE(watchdog.waitWatched(3));
+    ASSERT_TRUE(watchdog.watched.waitSize(3));
     wire->sendWire(0, &message, true);
     EXPECT_EQ(probe.count(sent + " dispose"), 2);
-    ASSERT_TRUE(watchdog.waitWatched(4));
+    ASSERT_TRUE(watchdog.watched.waitSize(4));
     EXPECT_STREQ(message.kelva_sending_actor, "someone-else");  // the caller's message is left alone
     EXPECT_THROW(wire->sendWire(1, &message, false), std::out_of_range);
     sender.reset();  // shares the actor: invalidation waits for it
@@ -108,7 +99,7 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
 
     // An injected call reaches the application at once, on the injecting thread, with default arguments.
     ASSERT_TRUE(probe.inject("IService_ConfigWatch", "plugin-sender"));
-    EXPECT_EQ(watchdog.seen(), (std::vector<std::string>{"camera-app", "camera-app dispose", "wire-app",
+    EXPECT_EQ(watchdog.watched.now(), (std::vector<std::string>{"camera-app", "camera-app dispose", "wire-app",
                                                          "wire-app dispose", ""}));
     service.invalidate();
     // The next observer's injector replaces it; one for an operation read without an entry in the map throws.
@@ -168,8 +159,8 @@ TEST(FailedCreation, APluginLackingAHookOrANameTakenStopsCreationWithItsTextAndL
 
     auto client = M_Watchdog::Client::createWriteOnly(newSession(), "console");
     for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {"CmdZoom"}, false);
-    EXPECT_TRUE(working.waitWatched(20));
-    EXPECT_TRUE(failed.seen().empty()) << "a failed creation's implementation is being called";
+    EXPECT_TRUE(working.watched.waitSize(20));
+    EXPECT_TRUE(failed.watched.now().empty()) << "a failed creation's implementation is being called";
 }
 
 }  // namespace

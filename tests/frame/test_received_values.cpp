@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "Recorded.h"
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/Sessions.h"
@@ -26,29 +26,12 @@ struct Recorder : M_Alert::IClient {
         bool dispose;
         bool operator==(const LogCall& o) const { return id == o.id && log == o.log && dispose == o.dispose; }
     };
-    std::mutex mutex;
-    std::vector<LogCall> logs;
-    std::vector<M_Alert::AlertStatusType> statuses;
-
+    Recorded<LogCall> logs;
+    Recorded<M_Alert::AlertStatusType> statuses;
     void ReportAlarmLog(const std::string& id, const M_Alert::AlarmLogType& log, bool dispose) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        logs.push_back({id, log, dispose});
+        logs.add({id, log, dispose});
     }
-    void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        statuses.push_back(status);
-    }
-    std::vector<LogCall> logsNow() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return logs;
-    }
-    template <class Calls>
-    bool waitCount(const Calls& calls, std::size_t n) {
-        return waitUntil([&] {
-            std::lock_guard<std::mutex> lock(mutex);
-            return calls.size() >= n;
-        });
-    }
+    void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override { statuses.add(status); }
 };
 
 // Longer than any short-string buffer, so a reused string really holds heap storage.
@@ -80,10 +63,9 @@ TEST_F(ReceivedValues, SmallerListsAfterLargerOnesLeaveNothingBehind) {
     // The topic keeps the latest sample only: each one is awaited before the next is sent.
     for (std::size_t i = 0; i < statuses.size(); ++i) {
         service->ReportAlertStatus(statuses[i], false);
-        ASSERT_TRUE(recorder.waitCount(recorder.statuses, i + 1));
+        ASSERT_TRUE(recorder.statuses.waitSize(i + 1));
     }
-    std::lock_guard<std::mutex> lock(recorder.mutex);
-    EXPECT_EQ(recorder.statuses, statuses);
+    EXPECT_EQ(recorder.statuses.now(), statuses);
 }
 
 // `full` and `bare` share their key; `other` has another. A client joining after the three writes gets one
@@ -103,30 +85,30 @@ TEST_F(ReceivedValues, KeyedReportsAreOneInstancePerKeyAndADisposalCarriesOnlyIt
     const std::vector<Recorder::LogCall> writes{{id, full, false}, {id, bare, false}, {"B", full, false}};
     for (std::size_t i = 0; i < writes.size(); ++i) {  // each awaited: one instance keeps its latest sample only
         service->ReportAlarmLog(writes[i].id, writes[i].log, false);
-        ASSERT_TRUE(recorder.waitCount(recorder.logs, i + 1));
+        ASSERT_TRUE(recorder.logs.waitSize(i + 1));
     }
     Recorder late;
     auto lateClient = M_Alert::Client::create(clientSession, "late", late);
-    ASSERT_TRUE(late.waitCount(late.logs, 2));
-    const auto lateLogs = late.logsNow();  // in either order, the latest sample of each instance
+    ASSERT_TRUE(late.logs.waitSize(2));
+    const auto lateLogs = late.logs.now();  // in either order, the latest sample of each instance
     EXPECT_TRUE(lateLogs == (std::vector<Recorder::LogCall>{writes[1], writes[2]}) ||
                 lateLogs == (std::vector<Recorder::LogCall>{writes[2], writes[1]}));
 
     service->ReportAlarmLog(id, full, true);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 4));
+    ASSERT_TRUE(recorder.logs.waitSize(4));
     Recorder afterDispose;
     auto thirdClient = M_Alert::Client::create(clientSession, "after-dispose", afterDispose);
     ASSERT_TRUE(waitUntil([&] {
-        const auto logs = afterDispose.logsNow();
+        const auto logs = afterDispose.logs.now();
         return std::find(logs.begin(), logs.end(), writes[2]) != logs.end();
     })) << "disposing one instance removed the other";
-    for (const auto& call : afterDispose.logsNow()) EXPECT_TRUE(call.id != id || call.dispose) << "outlived its dispose";
+    for (const auto& call : afterDispose.logs.now()) EXPECT_TRUE(call.id != id || call.dispose) << "outlived its dispose";
     service->ReportAlarmLog(id, bare, false);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 5)) << "nothing was published after the dispose";
+    ASSERT_TRUE(recorder.logs.waitSize(5)) << "nothing was published after the dispose";
     auto expected = writes;
     expected.push_back({id, {}, true});  // the disposal carries no data of the sample before it
     expected.push_back(writes[1]);
-    EXPECT_EQ(recorder.logsNow(), expected);
+    EXPECT_EQ(recorder.logs.now(), expected);
 }
 
 // Holds the dispatcher of its session in ReportAlertStatus until released.
@@ -153,11 +135,11 @@ TEST_F(ReceivedValues, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalO
     service->ReportAlarmLog("71", {}, true);
     service->ReportAlarmLog("72", log, false);
     console.release.open();
-    ASSERT_TRUE(console.waitCount(console.logs, 2));
+    ASSERT_TRUE(console.logs.waitSize(2));
     // Nothing more may come; give a stray duplicate the time to show.
-    EXPECT_FALSE(waitUntil([&] { return console.logsNow().size() > 2; }, std::chrono::milliseconds(300)));
+    EXPECT_FALSE(waitUntil([&] { return console.logs.size() > 2; }, std::chrono::milliseconds(300)));
     std::vector<std::string> seen;
-    for (const auto& call : console.logsNow()) seen.push_back(call.id + (call.dispose ? "/dispose" : "/data"));
+    for (const auto& call : console.logs.now()) seen.push_back(call.id + (call.dispose ? "/dispose" : "/data"));
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, (std::vector<std::string>{"71/dispose", "72/data"})) << "a disposed instance reported as live";
 }
