@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <set>
 #include <thread>
 
@@ -46,14 +45,10 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     // The scripting entry point reads all: an operation without override reaches the default body.
     std::unique_ptr<M_Alert::Service> all(M_Alert::Service::_internalSwigCreate(serviceSession, "all", allImpl));
 
-    std::mutex mutex;
-    std::set<std::string> got;
+    Recorded<std::string> got;
     using Raise = kelva::utils::callback::Wrapper<M_Alert::IService, const M_Alert::AlarmConditionInfoType&>;
     auto recorder = [&](const std::string& who) {
-        return [&, who](const M_Alert::AlarmConditionInfoType& c) {
-            std::lock_guard<std::mutex> lock(mutex);
-            got.insert(who + ":" + c.AlarmDescription);
-        };
+        return [&, who](const M_Alert::AlarmConditionInfoType& c) { got.add(who + ":" + c.AlarmDescription); };
     };
     Raise raise(recorder("map")), watch(recorder("read-only")), multiplexWatch(recorder("multiplex")),
         unread(recorder("empty list"));
@@ -78,8 +73,10 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     // Readers match one by one; commands are volatile, so send until all have one.
     EXPECT_TRUE(waitUntil([&] {
         client->CmdRaiseAlarm(condition);
-        std::lock_guard<std::mutex> lock(mutex);
-        return impl.raised.size() > 0 && got == std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
+        const auto seen = got.now();
+        return impl.raised.size() > 0 &&
+               std::set<std::string>(seen.begin(), seen.end()) ==
+                   std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
     }));
     client->CmdClearAlarm({"1"});
     client->CmdAcknowledgeAlarm({"1"});
@@ -90,10 +87,8 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
                log.count(Level::warn, "default implementation called: M_Alert::IService::CmdClearAlarm. Forgot to "
                                       "override this method?") == 1;
     }));
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        EXPECT_EQ(got.count("empty list:Battery"), 0u) << "a service given no methods read one";
-    }
+    const auto seen = got.now();
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "empty list:Battery"), 0) << "a service given no methods read one";
     // The service tells who sent the call in progress, and nothing once it returned (reset on the dispatcher).
     EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
     const auto infos = impl.infos.now();
