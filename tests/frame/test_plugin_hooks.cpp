@@ -1,9 +1,9 @@
 // Plug-in hooks through a recording plug-in generated for M_Watchdog: senders call `_ToPlugin` after each
 // send (with the dispose flag), observers hand every plug-in an injector at creation, and a plug-in that
 // lacks a hook makes the facade's creation fail with the loader's text and leave nothing behind.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 
 #include "Recorded.h"
 #include "intern/vantrel/wire/M_WatchdogWire.h"
@@ -13,7 +13,11 @@
 #include "vantrel/frame/Sender.h"
 #include "vantrel/test/Sessions.h"
 
+using testing::StartsWith;
+
 namespace {
+
+constexpr auto failure = &vantrel::test::thrownText<std::runtime_error>;
 
 kelva::config::Config withPlugin(const char* path) {
     kelva::config::Config config;
@@ -114,31 +118,24 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     mapped.invalidate();
 }
 
-// Whether a creation threw a runtime_error whose text starts with `prefix`.
-::testing::AssertionResult failsWith(const std::function<void()>& create, const std::string& prefix) {
-    const auto text = vantrel::test::thrownText<std::runtime_error>(create);
-    if (text.rfind(prefix, 0) == 0) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << text;
-}
-
 // A creation that fails leaves nothing behind: the actor is gone from its session, and samples that arrive
 // afterwards reach no handler (the observer they would run into was freed; the sanitizer pass checks),
 // while a service created properly gets every one of them.
 TEST(FailedCreation, APluginLackingAHookOrANameTakenStopsCreationWithItsTextAndLeavesNothingBehind) {
     auto lacksSender = newSession(WATCHDOG_PLUGIN_LACKING);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Client::createWriteOnly(lacksSender, "console"); },
-                          "Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Client::createWriteOnly(lacksSender, "console"); }),
+                StartsWith("Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin"));
     Watchdog working, failed;
     auto service = M_Watchdog::Service::create(lacksSender, "watchdog", working);  // needs only the hooks there
     // An observer lacking its injector hook; a sender failing after a working observer was made, whose
     // injectors, handed out already, then refuse to run.
     auto lacksInjector = newSession(WATCHDOG_PLUGIN_LACKING_INJECTOR);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Service::create(lacksInjector, "watchdog", failed); },
-                          "Could not load build function \"M_Watchdog_IService_ConfigWatch_FromPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Service::create(lacksInjector, "watchdog", failed); }),
+                StartsWith("Could not load build function \"M_Watchdog_IService_ConfigWatch_FromPlugin"));
     PluginProbe probe(WATCHDOG_PLUGIN_LACKING_REPORT);
     auto lacksReport = newSession(WATCHDOG_PLUGIN_LACKING_REPORT);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Service::create(lacksReport, "watchdog", failed); },
-                          "Could not load build function \"M_Watchdog_IClient_ReportWatchStatus_ToPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Service::create(lacksReport, "watchdog", failed); }),
+                StartsWith("Could not load build function \"M_Watchdog_IClient_ReportWatchStatus_ToPlugin"));
     EXPECT_THROW(probe.inject("IService_ConfigWatch", "plugin-sender"), std::logic_error);
     EXPECT_EQ(actorsOf(*lacksInjector) + actorsOf(*lacksReport), 0u);
     // Every read-only variant too.
