@@ -6,11 +6,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
-#include <mutex>
 #include <set>
 #include <thread>
 
+#include "Recorded.h"
 #include "kelva/actors/Session.h"
 #include "kelva/config/Config.h"
 #include "vantrel/M_Alert.h"
@@ -25,22 +24,16 @@ namespace {
 
 struct AlertServiceImpl : M_Alert::IService {
     M_Alert::Service* self = nullptr;  // when set, what it says about each call in progress is recorded
-    std::mutex mutex;
-    std::vector<M_Alert::AlarmConditionInfoType> raised;
-    std::vector<kelva::actors::CallbackInfo> infos;
-
+    Recorded<M_Alert::AlarmConditionInfoType> raised;
+    Recorded<kelva::actors::CallbackInfo> infos;
     void CmdRaiseAlarm(const M_Alert::AlarmConditionInfoType& condition) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        raised.push_back(condition);
-        if (self) infos.push_back(self->callbackInfo());
-    }
-    std::size_t count() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return raised.size();
+        if (self) infos.add(self->callbackInfo());
+        raised.add(condition);
     }
 };
 
 using AlertEndToEnd = vantrel::test::TwoSessions;
+constexpr auto misuseText = &vantrel::test::thrownText<std::logic_error>;
 
 TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall) {
     vantrel::test::LogCapture log(Level::warn);
@@ -53,14 +46,10 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     // The scripting entry point reads all: an operation without override reaches the default body.
     std::unique_ptr<M_Alert::Service> all(M_Alert::Service::_internalSwigCreate(serviceSession, "all", allImpl));
 
-    std::mutex mutex;
-    std::set<std::string> got;
+    Recorded<std::string> got;
     using Raise = kelva::utils::callback::Wrapper<M_Alert::IService, const M_Alert::AlarmConditionInfoType&>;
     auto recorder = [&](const std::string& who) {
-        return [&, who](const M_Alert::AlarmConditionInfoType& c) {
-            std::lock_guard<std::mutex> lock(mutex);
-            got.insert(who + ":" + c.AlarmDescription);
-        };
+        return [&, who](const M_Alert::AlarmConditionInfoType& c) { got.add(who + ":" + c.AlarmDescription); };
     };
     Raise raise(recorder("map")), watch(recorder("read-only")), multiplexWatch(recorder("multiplex")),
         unread(recorder("empty list"));
@@ -78,6 +67,9 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     auto readOnly = M_Alert::Service::createReadOnly(monitorSession, "watcher", readOnlyMap);
     vantrel::CallbackMap multiplexMap{{"CmdRaiseAlarm", {&multiplexWatch}}};
     auto multiplex = M_Alert::Service::createMonitor(monitorSession, multiplexMap, {"CmdRaiseAlarm"});
+    // Read-only and monitoring facades have no sender.
+    EXPECT_EQ(misuseText([&] { readOnly->ReportAlertSettings({}); }), "Service invalid sender!");
+    EXPECT_EQ(misuseText([&] { multiplex->ReportAlertSettings({}); }), "Service invalid sender!");
 
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
     M_Alert::AlarmConditionInfoType condition;
@@ -85,8 +77,10 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
     // Readers match one by one; commands are volatile, so send until all have one.
     EXPECT_TRUE(waitUntil([&] {
         client->CmdRaiseAlarm(condition);
-        std::lock_guard<std::mutex> lock(mutex);
-        return impl.count() > 0 && got == std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
+        const auto seen = got.now();
+        return impl.raised.size() > 0 &&
+               std::set<std::string>(seen.begin(), seen.end()) ==
+                   std::set<std::string>{"map:Battery", "read-only:Battery", "multiplex:Battery"};
     }));
     client->CmdClearAlarm({"1"});
     client->CmdAcknowledgeAlarm({"1"});
@@ -97,24 +91,21 @@ TEST_F(AlertEndToEnd, EachKindOfServiceReadsWhatItSaysAndReportsWhatItCannotCall
                log.count(Level::warn, "default implementation called: M_Alert::IService::CmdClearAlarm. Forgot to "
                                       "override this method?") == 1;
     }));
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        EXPECT_EQ(got.count("empty list:Battery"), 0u) << "a service given no methods read one";
-    }
+    const auto seen = got.now();
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), "empty list:Battery"), 0) << "a service given no methods read one";
     // The service tells who sent the call in progress, and nothing once it returned (reset on the dispatcher).
     EXPECT_TRUE(waitUntil([&] { return service.callbackInfo().senderId.empty(); }));
-    std::lock_guard<std::mutex> lock(impl.mutex);
-    ASSERT_FALSE(impl.infos.empty());
-    EXPECT_EQ(impl.infos[0].senderId, client.actorInfo().actorId);
-    EXPECT_EQ(impl.infos[0].operation, "CmdRaiseAlarm");
-    EXPECT_EQ(impl.infos[0].actorId, service.actorInfo().actorId);
+    const auto infos = impl.infos.now();
+    ASSERT_FALSE(infos.empty());
+    EXPECT_EQ(infos[0].senderId, client.actorInfo().actorId);
+    EXPECT_EQ(infos[0].operation, "CmdRaiseAlarm");
+    EXPECT_EQ(infos[0].actorId, service.actorInfo().actorId);
 }
 
 TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
     kelva::config::Config config;
     config.firstWriteTimeoutMs = 2000;  // long beside any scheduling delay: the two sends stay distinguishable
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), config);
-    auto client = M_Alert::Client::createWriteOnly(session, "console");
+    auto client = M_Alert::Client::createWriteOnly(vantrel::test::newSession(config), "console");
     using Clock = std::chrono::steady_clock;
     auto start = Clock::now();
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType());
@@ -127,17 +118,9 @@ TEST(AlertFirstWrite, OnlyTheFirstSendOfAnOperationWaitsForAReader) {
     EXPECT_LT(second, std::chrono::milliseconds(1000));  // did not wait again: far below the timeout
 }
 
-// The exact text of the logic_error that `call` throws.
-std::string misuseText(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const std::logic_error& e) {
-        return e.what();
-    }
-    return "no exception";
-}
+using AlertFacadeMisuse = vantrel::test::TwoSessions;
 
-TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingAndSaySo) {
+TEST_F(AlertFacadeMisuse, EmptyReassignedAndInvalidatedFacadesSendNothingAndSaySo) {
     vantrel::test::LogCapture capture(Level::trace);
     M_Alert::Client unset;
     M_Alert::Service service;
@@ -145,35 +128,23 @@ TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingA
     EXPECT_EQ(misuseText([&] { (void)unset.actorInfo(); }), "Actor not initialised!");
     EXPECT_EQ(misuseText([&] { service->ReportAlertSettings({}); }), "Service::m_actor not initialised!");
     EXPECT_THROW(service.callbackInfo(), std::logic_error);
-    // Read-only and monitoring facades have no sender.
-    auto monitor = std::make_shared<kelva::actors::MonitorSession>(vantrel::test::domainId());
-    struct : M_Alert::IClient {
-        void ReportAlarmLog(const std::string&, const M_Alert::AlarmLogType&, bool) override {}
-    } readerImpl;
-    auto readOnly = M_Alert::Client::createReadOnly(monitor, "watcher", readerImpl);
-    EXPECT_EQ(misuseText([&] { readOnly->CmdRaiseAlarm({}); }), "Client invalid sender!");
-    auto multiplex = M_Alert::Client::createMonitor(monitor, readerImpl);
-    EXPECT_EQ(misuseText([&] { multiplex->CmdRaiseAlarm({}); }), "Client invalid sender!");
 
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     AlertServiceImpl serviceImpl;
-    auto receiver = M_Alert::Service::create(session, "alert-service", serviceImpl);
-    auto client = M_Alert::Client::createWriteOnly(session, "first");
+    auto receiver = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(serviceSession, "first");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("1", "", "", "", ""));
     // The first actor goes away with the assignment; the next call must use the second one's sender.
-    client = M_Alert::Client::createWriteOnly(session, "second");
+    client = M_Alert::Client::createWriteOnly(serviceSession, "second");
     client->CmdRaiseAlarm(M_Alert::AlarmConditionInfoType("2", "", "", "", ""));
-    ASSERT_TRUE(waitUntil([&] { return serviceImpl.count() >= 2; }));
+    ASSERT_TRUE(serviceImpl.raised.waitSize(2));
     client.invalidate();
     client.invalidate();
     EXPECT_FALSE(client.isValid());
     EXPECT_EQ(misuseText([&] { client->CmdRaiseAlarm({}); }), "Client::m_actor not initialised!");
-    {
-        std::lock_guard<std::mutex> l(serviceImpl.mutex);
-        ASSERT_EQ(serviceImpl.raised.size(), 2u);
-        EXPECT_EQ(serviceImpl.raised[0].SubsystemName, "1");
-        EXPECT_EQ(serviceImpl.raised[1].SubsystemName, "2");
-    }
+    const auto raised = serviceImpl.raised.now();
+    ASSERT_EQ(raised.size(), 2u);
+    EXPECT_EQ(raised[0].SubsystemName, "1");
+    EXPECT_EQ(raised[1].SubsystemName, "2");
     // Entry trace lines name the facade's own functions, never the helpers behind them.
     const auto traces = capture.texts(Level::trace);
     for (const std::string fragment : {"M_Alert::Client M_Alert::Client::createWriteOnly(std::shared_ptr<kelva::actors::Session>",
@@ -189,11 +160,10 @@ TEST(AlertFacadeMisuse, EmptyReadOnlyReassignedAndInvalidatedFacadesSendNothingA
     }
 }
 
-TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
-    auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+TEST_F(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
     AlertServiceImpl serviceImpl;
-    auto service = M_Alert::Service::create(session, "alert-service", serviceImpl);
-    auto client = M_Alert::Client::createWriteOnly(std::make_shared<kelva::actors::Session>(vantrel::test::domainId()), "racer");
+    auto service = M_Alert::Service::create(serviceSession, "alert-service", serviceImpl);
+    auto client = M_Alert::Client::createWriteOnly(clientSession, "racer");
     client.waitUntilConnected();
     // Every member tells the send it belongs to: a half-sent or mixed message would not be one of these.
     auto condition = [](int i) {
@@ -227,10 +197,10 @@ TEST(AlertFacadeMisuse, SendsRacingAnInvalidateFromAnotherThreadEndCleanly) {
     EXPECT_EQ(thrownAfter, std::vector<std::string>(20, invalid));
     for (const auto& text : thrownBefore) EXPECT_TRUE(text == invalid || text == "Client invalid sender!") << text;
     ASSERT_FALSE(sent.empty());
-    EXPECT_TRUE(waitUntil([&] { return serviceImpl.count() > 0; }));
-    std::lock_guard<std::mutex> l(serviceImpl.mutex);
-    EXPECT_LE(serviceImpl.raised.size(), sent.size());
-    for (const auto& raised : serviceImpl.raised) {
+    EXPECT_TRUE(waitUntil([&] { return serviceImpl.raised.size() > 0; }));
+    const auto received = serviceImpl.raised.now();
+    EXPECT_LE(received.size(), sent.size());
+    for (const auto& raised : received) {
         const int i = std::stoi(raised.SubsystemName);
         EXPECT_EQ(raised, condition(i));
         EXPECT_TRUE(std::find(sent.begin(), sent.end(), i) != sent.end()) << i << " arrived but its send failed";

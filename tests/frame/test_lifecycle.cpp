@@ -28,27 +28,6 @@ struct BlockingService : M_Alert::IService {
 
 using Lifecycle = vantrel::test::TwoSessions;
 
-TEST_F(Lifecycle, DestroyingAFacadeWhileItsCallbackRunsWaitsForTheCallback) {
-    BlockingService impl;
-    auto service = std::make_unique<M_Alert::Service>(M_Alert::Service::create(serviceSession, "svc", impl));
-    auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
-    client.waitUntilConnected();
-    client->CmdRaiseAlarm(kCondition);
-    ASSERT_TRUE(impl.entered.wait());
-
-    std::atomic<bool> destroyed{false};
-    std::thread destroyer([&] {
-        service.reset();
-        destroyed = true;
-    });
-    // The destruction cannot finish while the callback still runs in the service's objects.
-    EXPECT_FALSE(waitUntil([&] { return destroyed.load(); }, std::chrono::milliseconds(200)));
-    impl.release.open();
-    destroyer.join();
-    EXPECT_TRUE(destroyed);
-    EXPECT_EQ(impl.calls, 1);
-}
-
 struct SelfStoppingService : M_Alert::IService {
     M_Alert::Service facade;
     std::atomic<int> calls{0};
@@ -67,19 +46,37 @@ struct SessionDroppingService : M_Alert::IService {
     }
 };
 
-TEST_F(Lifecycle, AFacadeInvalidatedOrTheLastSessionReferenceDroppedFromItsOwnCallbackStopsCleanly) {
+// One call reaches a service blocking in its callback (in a session of its own), one invalidating itself
+// from its callback, and one letting go of the last reference to its own session from its callback.
+TEST_F(Lifecycle, AFacadeDestroyedInItsCallbackWaitsForItAndOneStoppedFromItsOwnCallbackStopsCleanly) {
+    BlockingService blocking;
+    auto service = std::make_unique<M_Alert::Service>(
+        M_Alert::Service::create(vantrel::test::newSession(), "blocking", blocking));
     SelfStoppingService impl;
     impl.facade = M_Alert::Service::create(serviceSession, "svc", impl);
     SessionDroppingService dropping;
     std::weak_ptr<kelva::actors::Session> weakSession;
     {
-        auto ownSession = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
+        auto ownSession = vantrel::test::newSession();
         weakSession = ownSession;
         dropping.facade = M_Alert::Service::create(ownSession, "dropping", dropping);
     }
     auto client = M_Alert::Client::createWriteOnly(clientSession, "console");
     client.waitUntilConnected();
     client->CmdRaiseAlarm(kCondition);
+    ASSERT_TRUE(blocking.entered.wait());
+
+    std::atomic<bool> destroyed{false};
+    std::thread destroyer([&] {
+        service.reset();
+        destroyed = true;
+    });
+    // The destruction cannot finish while the callback still runs in the service's objects.
+    EXPECT_FALSE(waitUntil([&] { return destroyed.load(); }, std::chrono::milliseconds(200)));
+    blocking.release.open();
+    destroyer.join();
+    EXPECT_EQ(blocking.calls, 1);
+
     ASSERT_TRUE(waitUntil([&] { return impl.calls == 1 && dropping.dropped; }));
     EXPECT_TRUE(waitUntil([&] { return !impl.facade.isValid() && weakSession.expired(); }));
     EXPECT_FALSE(dropping.facade.isValid());

@@ -1,18 +1,23 @@
 // Plug-in hooks through a recording plug-in generated for M_Watchdog: senders call `_ToPlugin` after each
 // send (with the dispose flag), observers hand every plug-in an injector at creation, and a plug-in that
 // lacks a hook makes the facade's creation fail with the loader's text and leave nothing behind.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <mutex>
 
+#include "Recorded.h"
 #include "intern/vantrel/wire/M_WatchdogWire.h"
 #include "kelva/actors/Session.h"
 #include "kelva/actors/SessionImpl.h"
 #include "vantrel/M_Watchdog.h"
 #include "vantrel/frame/Sender.h"
-#include "vantrel/test/Support.h"
+#include "vantrel/test/Sessions.h"
+
+using testing::StartsWith;
 
 namespace {
+
+constexpr auto failure = &vantrel::test::thrownText<std::runtime_error>;
 
 kelva::config::Config withPlugin(const char* path) {
     kelva::config::Config config;
@@ -21,7 +26,7 @@ kelva::config::Config withPlugin(const char* path) {
 }
 
 std::shared_ptr<kelva::actors::Session> newSession(const char* plugin = nullptr) {
-    return std::make_shared<kelva::actors::Session>(vantrel::test::domainId(), withPlugin(plugin));
+    return vantrel::test::newSession(withPlugin(plugin));
 }
 
 template <class AnySession>
@@ -52,18 +57,9 @@ struct PluginProbe {
 };
 
 struct Watchdog : M_Watchdog::IService {
-    std::mutex mutex;
-    std::vector<std::string> watched;
+    Recorded<std::string> watched;
     void ConfigWatch(const std::string& client, const std::string&, const M_Common::StringListType&, bool dispose) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        watched.push_back(client + (dispose ? " dispose" : ""));
-    }
-    std::vector<std::string> seen() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return watched;
-    }
-    bool waitWatched(std::size_t n) {
-        return vantrel::test::waitUntil([&] { return seen().size() == n; });
+        watched.add(client + (dispose ? " dispose" : ""));
     }
 };
 
@@ -78,10 +74,10 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     client->ConfigWatch("camera-app", "M_Camera", {"CmdZoom"}, false);
     EXPECT_EQ(probe.count(sent), 1);
     // Delivered before it is disposed (a disposal that overtakes the data stands for it).
-    ASSERT_TRUE(watchdog.waitWatched(1));
+    ASSERT_TRUE(watchdog.watched.waitSize(1));
     client->ConfigWatch("camera-app", "M_Camera", {}, true);
     EXPECT_EQ(probe.count(sent + " dispose"), 1);
-    ASSERT_TRUE(watchdog.waitWatched(2));
+    ASSERT_TRUE(watchdog.watched.waitSize(2));
 
     // A wire-level send is the typed send, hooks and disposal included. The sending actor is the sender's
     // own whatever the message says: the disposal meets the instance the write made only so.
@@ -95,10 +91,10 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     message.KeyAssociatedServiceName = watchedService;
     wire->sendWire(0, &message, false);
     EXPECT_EQ(probe.count(sent), 2);
-    ASSERT_TRUE(watchdog.waitWatched(3));
+    ASSERT_TRUE(watchdog.watched.waitSize(3));
     wire->sendWire(0, &message, true);
     EXPECT_EQ(probe.count(sent + " dispose"), 2);
-    ASSERT_TRUE(watchdog.waitWatched(4));
+    ASSERT_TRUE(watchdog.watched.waitSize(4));
     EXPECT_STREQ(message.kelva_sending_actor, "someone-else");  // the caller's message is left alone
     EXPECT_THROW(wire->sendWire(1, &message, false), std::out_of_range);
     sender.reset();  // shares the actor: invalidation waits for it
@@ -107,7 +103,7 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
 
     // An injected call reaches the application at once, on the injecting thread, with default arguments.
     ASSERT_TRUE(probe.inject("IService_ConfigWatch", "plugin-sender"));
-    EXPECT_EQ(watchdog.seen(), (std::vector<std::string>{"camera-app", "camera-app dispose", "wire-app",
+    EXPECT_EQ(watchdog.watched.now(), (std::vector<std::string>{"camera-app", "camera-app dispose", "wire-app",
                                                          "wire-app dispose", ""}));
     service.invalidate();
     // The next observer's injector replaces it; one for an operation read without an entry in the map throws.
@@ -122,36 +118,24 @@ TEST(PluginHooks, TypedAndWireLevelSendsReportEverySendAndObserversOfferInjector
     mapped.invalidate();
 }
 
-// Whether a creation threw a runtime_error whose text starts with `prefix`.
-template <class Create>
-::testing::AssertionResult failsWith(Create create, const std::string& prefix) {
-    try {
-        create();
-    } catch (const std::runtime_error& e) {
-        if (std::string(e.what()).rfind(prefix, 0) == 0) return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << e.what();
-    }
-    return ::testing::AssertionFailure() << "no exception";
-}
-
 // A creation that fails leaves nothing behind: the actor is gone from its session, and samples that arrive
 // afterwards reach no handler (the observer they would run into was freed; the sanitizer pass checks),
 // while a service created properly gets every one of them.
-TEST(FailedCreation, APluginLackingAHookStopsCreationWithTheLoadersTextAndLeavesNothingBehind) {
+TEST(FailedCreation, APluginLackingAHookOrANameTakenStopsCreationWithItsTextAndLeavesNothingBehind) {
     auto lacksSender = newSession(WATCHDOG_PLUGIN_LACKING);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Client::createWriteOnly(lacksSender, "console"); },
-                          "Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Client::createWriteOnly(lacksSender, "console"); }),
+                StartsWith("Could not load build function \"M_Watchdog_IService_ConfigWatch_ToPlugin"));
     Watchdog working, failed;
     auto service = M_Watchdog::Service::create(lacksSender, "watchdog", working);  // needs only the hooks there
     // An observer lacking its injector hook; a sender failing after a working observer was made, whose
     // injectors, handed out already, then refuse to run.
     auto lacksInjector = newSession(WATCHDOG_PLUGIN_LACKING_INJECTOR);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Service::create(lacksInjector, "watchdog", failed); },
-                          "Could not load build function \"M_Watchdog_IService_ConfigWatch_FromPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Service::create(lacksInjector, "watchdog", failed); }),
+                StartsWith("Could not load build function \"M_Watchdog_IService_ConfigWatch_FromPlugin"));
     PluginProbe probe(WATCHDOG_PLUGIN_LACKING_REPORT);
     auto lacksReport = newSession(WATCHDOG_PLUGIN_LACKING_REPORT);
-    EXPECT_TRUE(failsWith([&] { (void)M_Watchdog::Service::create(lacksReport, "watchdog", failed); },
-                          "Could not load build function \"M_Watchdog_IClient_ReportWatchStatus_ToPlugin"));
+    EXPECT_THAT(failure([&] { (void)M_Watchdog::Service::create(lacksReport, "watchdog", failed); }),
+                StartsWith("Could not load build function \"M_Watchdog_IClient_ReportWatchStatus_ToPlugin"));
     EXPECT_THROW(probe.inject("IService_ConfigWatch", "plugin-sender"), std::logic_error);
     EXPECT_EQ(actorsOf(*lacksInjector) + actorsOf(*lacksReport), 0u);
     // Every read-only variant too.
@@ -163,25 +147,17 @@ TEST(FailedCreation, APluginLackingAHookStopsCreationWithTheLoadersTextAndLeaves
     EXPECT_THROW(M_Watchdog::Service::createMonitor(monitor, none), std::runtime_error);
     EXPECT_EQ(actorsOf(*monitor), 0u);
 
-    auto client = M_Watchdog::Client::createWriteOnly(newSession(), "console");
-    for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {"CmdZoom"}, false);
-    EXPECT_TRUE(working.waitWatched(20));
-    EXPECT_TRUE(failed.seen().empty()) << "a failed creation's implementation is being called";
-}
-
-TEST(FailedCreation, ACreationUnderANameTakenByAServiceOrASenderFailsWithoutHarmingIt) {
-    auto session = newSession();
-    Watchdog first, second, third;
-    auto service = M_Watchdog::Service::create(session, "watchdog", first);
-    auto writeOnly = M_Watchdog::Service::createWriteOnly(session, "writer");
-    EXPECT_THROW(M_Watchdog::Service::create(session, "watchdog", second), std::logic_error);
-    EXPECT_THROW(M_Watchdog::Service::create(session, "writer", third), std::logic_error);
+    // A name taken by a service or by a sender.
+    auto writeOnly = M_Watchdog::Service::createWriteOnly(lacksSender, "writer");
+    EXPECT_THROW(M_Watchdog::Service::create(lacksSender, "watchdog", failed), std::logic_error);
+    EXPECT_THROW(M_Watchdog::Service::create(lacksSender, "writer", failed), std::logic_error);
     EXPECT_TRUE(service.isValid());
     EXPECT_TRUE(writeOnly.actorInfo().methodsRead.empty());  // the sending actor started no observer
+
     auto client = M_Watchdog::Client::createWriteOnly(newSession(), "console");
-    for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {}, false);
-    EXPECT_TRUE(first.waitWatched(20));
-    EXPECT_TRUE(second.seen().empty() && third.seen().empty()) << "a failed creation's implementation is being called";
+    for (int i = 0; i < 20; ++i) client->ConfigWatch("app " + std::to_string(i), "M_Camera", {"CmdZoom"}, false);
+    EXPECT_TRUE(working.watched.waitSize(20));
+    EXPECT_TRUE(failed.watched.now().empty()) << "a failed creation's implementation is being called";
 }
 
 }  // namespace

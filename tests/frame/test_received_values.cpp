@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "Recorded.h"
 #include "kelva/actors/Session.h"
 #include "vantrel/M_Alert.h"
 #include "vantrel/test/Sessions.h"
@@ -26,38 +26,12 @@ struct Recorder : M_Alert::IClient {
         bool dispose;
         bool operator==(const LogCall& o) const { return id == o.id && log == o.log && dispose == o.dispose; }
     };
-    std::mutex mutex;
-    std::vector<LogCall> logs;
-    std::vector<M_Alert::AlertStatusType> statuses;
-
+    Recorded<LogCall> logs;
+    Recorded<M_Alert::AlertStatusType> statuses;
     void ReportAlarmLog(const std::string& id, const M_Alert::AlarmLogType& log, bool dispose) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        logs.push_back({id, log, dispose});
+        logs.add({id, log, dispose});
     }
-    void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        statuses.push_back(status);
-    }
-    std::vector<LogCall> logsNow() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return logs;
-    }
-    template <class Calls>
-    bool waitCount(const Calls& calls, std::size_t n) {
-        return waitUntil([&] {
-            std::lock_guard<std::mutex> lock(mutex);
-            return calls.size() >= n;
-        });
-    }
-};
-
-struct IdsRecorder : M_Alert::IService {
-    std::mutex mutex;
-    std::vector<M_Alert::AlertIdListType> acknowledged;
-    void CmdAcknowledgeAlarm(const M_Alert::AlertIdListType& ids) override {
-        std::lock_guard<std::mutex> lock(mutex);
-        acknowledged.push_back(ids);
-    }
+    void ReportAlertStatus(const M_Alert::AlertStatusType& status, bool) override { statuses.add(status); }
 };
 
 // Longer than any short-string buffer, so a reused string really holds heap storage.
@@ -89,24 +63,9 @@ TEST_F(ReceivedValues, SmallerListsAfterLargerOnesLeaveNothingBehind) {
     // The topic keeps the latest sample only: each one is awaited before the next is sent.
     for (std::size_t i = 0; i < statuses.size(); ++i) {
         service->ReportAlertStatus(statuses[i], false);
-        ASSERT_TRUE(recorder.waitCount(recorder.statuses, i + 1));
+        ASSERT_TRUE(recorder.statuses.waitSize(i + 1));
     }
-
-    IdsRecorder ids;
-    auto observer = M_Alert::Service::create(serviceSession, "ack-service", ids);
-    auto sender = M_Alert::Client::createWriteOnly(clientSession, "ack-console");
-    sender.waitUntilConnected();
-    const std::vector<M_Alert::AlertIdListType> lists{{longText("first"), longText("second"), "third"}, {"x"}, {}};
-    for (std::size_t i = 0; i < lists.size(); ++i) {
-        sender->CmdAcknowledgeAlarm(lists[i]);
-        ASSERT_TRUE(waitUntil([&] {
-            std::lock_guard<std::mutex> lock(ids.mutex);
-            return ids.acknowledged.size() > i;
-        }));
-    }
-    std::lock_guard<std::mutex> lock(recorder.mutex), idsLock(ids.mutex);
-    EXPECT_EQ(recorder.statuses, statuses);
-    EXPECT_EQ(ids.acknowledged, lists);
+    EXPECT_EQ(recorder.statuses.now(), statuses);
 }
 
 // `full` and `bare` share their key; `other` has another. A client joining after the three writes gets one
@@ -126,33 +85,31 @@ TEST_F(ReceivedValues, KeyedReportsAreOneInstancePerKeyAndADisposalCarriesOnlyIt
     const std::vector<Recorder::LogCall> writes{{id, full, false}, {id, bare, false}, {"B", full, false}};
     for (std::size_t i = 0; i < writes.size(); ++i) {  // each awaited: one instance keeps its latest sample only
         service->ReportAlarmLog(writes[i].id, writes[i].log, false);
-        ASSERT_TRUE(recorder.waitCount(recorder.logs, i + 1));
+        ASSERT_TRUE(recorder.logs.waitSize(i + 1));
     }
     Recorder late;
     auto lateClient = M_Alert::Client::create(clientSession, "late", late);
-    ASSERT_TRUE(late.waitCount(late.logs, 2));
-    const auto lateLogs = late.logsNow();  // in either order, the latest sample of each instance
+    ASSERT_TRUE(late.logs.waitSize(2));
+    const auto lateLogs = late.logs.now();  // in either order, the latest sample of each instance
     EXPECT_TRUE(lateLogs == (std::vector<Recorder::LogCall>{writes[1], writes[2]}) ||
                 lateLogs == (std::vector<Recorder::LogCall>{writes[2], writes[1]}));
 
     service->ReportAlarmLog(id, full, true);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 4));
+    ASSERT_TRUE(recorder.logs.waitSize(4));
     Recorder afterDispose;
     auto thirdClient = M_Alert::Client::create(clientSession, "after-dispose", afterDispose);
     ASSERT_TRUE(waitUntil([&] {
-        const auto logs = afterDispose.logsNow();
+        const auto logs = afterDispose.logs.now();
         return std::find(logs.begin(), logs.end(), writes[2]) != logs.end();
     })) << "disposing one instance removed the other";
-    for (const auto& call : afterDispose.logsNow()) EXPECT_TRUE(call.id != id || call.dispose) << "outlived its dispose";
+    for (const auto& call : afterDispose.logs.now()) EXPECT_TRUE(call.id != id || call.dispose) << "outlived its dispose";
     service->ReportAlarmLog(id, bare, false);
-    ASSERT_TRUE(recorder.waitCount(recorder.logs, 5)) << "nothing was published after the dispose";
+    ASSERT_TRUE(recorder.logs.waitSize(5)) << "nothing was published after the dispose";
     auto expected = writes;
     expected.push_back({id, {}, true});  // the disposal carries no data of the sample before it
     expected.push_back(writes[1]);
-    EXPECT_EQ(recorder.logsNow(), expected);
+    EXPECT_EQ(recorder.logs.now(), expected);
 }
-
-using Overtaking = vantrel::test::TwoSessions;
 
 // Holds the dispatcher of its session in ReportAlertStatus until released.
 struct BusyConsole : Recorder {
@@ -163,10 +120,9 @@ struct BusyConsole : Recorder {
     }
 };
 
-TEST_F(Overtaking, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly) {
+TEST_F(ReceivedValues, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly) {
     BusyConsole console;
-    auto client = M_Alert::Client::create(clientSession, "console", console);
-    auto service = M_Alert::Service::createWriteOnly(serviceSession, "alerts");
+    auto busy = M_Alert::Client::create(vantrel::test::newSession(), "busy-console", console);
     ASSERT_TRUE(waitUntil([&] {
         service->ReportAlertStatus({}, false);
         return console.entered.wait(std::chrono::milliseconds(200));
@@ -179,11 +135,11 @@ TEST_F(Overtaking, AReportDisposedBeforeItWasDispatchedArrivesAsTheDisposalOnly)
     service->ReportAlarmLog("71", {}, true);
     service->ReportAlarmLog("72", log, false);
     console.release.open();
-    ASSERT_TRUE(console.waitCount(console.logs, 2));
+    ASSERT_TRUE(console.logs.waitSize(2));
     // Nothing more may come; give a stray duplicate the time to show.
-    EXPECT_FALSE(waitUntil([&] { return console.logsNow().size() > 2; }, std::chrono::milliseconds(300)));
+    EXPECT_FALSE(waitUntil([&] { return console.logs.size() > 2; }, std::chrono::milliseconds(300)));
     std::vector<std::string> seen;
-    for (const auto& call : console.logsNow()) seen.push_back(call.id + (call.dispose ? "/dispose" : "/data"));
+    for (const auto& call : console.logs.now()) seen.push_back(call.id + (call.dispose ? "/dispose" : "/data"));
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, (std::vector<std::string>{"71/dispose", "72/data"})) << "a disposed instance reported as live";
 }

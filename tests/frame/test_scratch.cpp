@@ -2,6 +2,7 @@
 // gives back only its own memory; threads never share it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <thread>
@@ -19,9 +20,7 @@ struct Element {
 
 bool allBytes(const Element* e, std::size_t n, unsigned char value) {
     const auto* b = reinterpret_cast<const unsigned char*>(e);
-    for (std::size_t i = 0; i < n * sizeof(Element); ++i)
-        if (b[i] != value) return false;
-    return true;
+    return std::all_of(b, b + n * sizeof(Element), [&](unsigned char c) { return c == value; });
 }
 
 bool disjoint(const Element* a, std::size_t aCount, const Element* b, std::size_t bCount) {

@@ -5,10 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "Recorded.h"
 #include "intern/vantrel/wire/M_AlertWire.h"
 #include "intern/vantrel/wire/M_CameraWire.h"
 #include "intern/vantrel/wire/M_ImageProcessingWire.h"
@@ -18,8 +18,6 @@
 #include "vantrel/M_ImageProcessing.h"
 #include "vantrel/frame/Sender.h"
 #include "vantrel/test/Support.h"
-
-using vantrel::test::waitUntil;
 
 namespace {
 
@@ -40,21 +38,16 @@ constexpr int32_t kNegative = -5;
 TEST(UnknownEnumerations, ArriveAsLiteralZeroNestedInListsAndInOptionals) {
     auto session = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
     auto peer = std::make_shared<kelva::actors::Session>(vantrel::test::domainId());
-    std::mutex mutex;
-    std::vector<M_Alert::AlarmLogType> gotLogs;
-    std::vector<M_ImageProcessing::ImageProcessingSettingsType> gotSettings;
-    std::vector<M_Common::OperationModeType> gotModes;
-    auto keep = [&](auto& into, const auto& value) {
-        std::lock_guard<std::mutex> lock(mutex);
-        into.push_back(value);
-    };
+    Recorded<M_Alert::AlarmLogType> gotLogs;
+    Recorded<M_ImageProcessing::ImageProcessingSettingsType> gotSettings;
+    Recorded<M_Common::OperationModeType> gotModes;
     using kelva::utils::callback::Wrapper;
     Wrapper<M_Alert::IClient, const std::string&, const M_Alert::AlarmLogType&, bool> onLog(
-        [&](const std::string&, const M_Alert::AlarmLogType& v, bool) { keep(gotLogs, v); });
+        [&](const std::string&, const M_Alert::AlarmLogType& v, bool) { gotLogs.add(v); });
     Wrapper<M_ImageProcessing::IClient, const M_ImageProcessing::ImageProcessingSettingsType&> onSettings(
-        [&](const M_ImageProcessing::ImageProcessingSettingsType& v) { keep(gotSettings, v); });
+        [&](const M_ImageProcessing::ImageProcessingSettingsType& v) { gotSettings.add(v); });
     Wrapper<M_Camera::IService, const M_Common::OperationModeType&> onMode(
-        [&](const M_Common::OperationModeType& v) { keep(gotModes, v); });
+        [&](const M_Common::OperationModeType& v) { gotModes.add(v); });
     vantrel::CallbackMap alertMap{{"ReportAlarmLog", {&onLog}}}, imagingMap{{"ReportImageProcessingSettings", {&onSettings}}},
         cameraMap{{"ConfigOperationMode", {&onMode}}};
     auto alert = M_Alert::Client::create(session, "alert-console", alertMap, {"ReportAlarmLog"});
@@ -98,19 +91,17 @@ TEST(UnknownEnumerations, ArriveAsLiteralZeroNestedInListsAndInOptionals) {
     auto cameraPeer = M_Camera::Client::createWriteOnly(peer, "camera-peer");
     sendWire(cameraPeer, M_Camera::getMethodsAllIService(), "ConfigOperationMode", &mode);
 
-    ASSERT_TRUE(waitUntil([&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        return !gotLogs.empty() && !gotSettings.empty() && !gotModes.empty();
-    })) << "a message with an undeclared enumeration value was lost";
-    std::lock_guard<std::mutex> lock(mutex);
-    EXPECT_EQ(gotLogs[0].Status, static_cast<M_Alert::AlarmStatusKind::Type>(0));
-    EXPECT_EQ(gotLogs[0].Category, M_Alert::AlarmCategoryKind::Critical_Warning);
-    EXPECT_EQ(gotLogs[0].Condition.AlarmDescription, "Power");
+    ASSERT_TRUE(gotLogs.waitSize(1) && gotSettings.waitSize(1) && gotModes.waitSize(1))
+        << "a message with an undeclared enumeration value was lost";
+    const auto log0 = gotLogs.now()[0];
+    EXPECT_EQ(log0.Status, static_cast<M_Alert::AlarmStatusKind::Type>(0));
+    EXPECT_EQ(log0.Category, M_Alert::AlarmCategoryKind::Critical_Warning);
+    EXPECT_EQ(log0.Condition.AlarmDescription, "Power");
     const std::vector<M_ImageProcessing::FrameDropKind::Type> expectedModes{
         static_cast<M_ImageProcessing::FrameDropKind::Type>(0), static_cast<M_ImageProcessing::FrameDropKind::Type>(1),
         static_cast<M_ImageProcessing::FrameDropKind::Type>(0)};
-    EXPECT_EQ(gotSettings[0].SupportedFrameDropModes, expectedModes);
-    const auto& received = gotModes[0];
+    EXPECT_EQ(gotSettings.now()[0].SupportedFrameDropModes, expectedModes);
+    const auto received = gotModes.now()[0];
     EXPECT_EQ(received.EnumeratedValue, decltype(received.EnumeratedValue){M_Common::OperationModeStateKind::Type{}});
     EXPECT_EQ(received.TransitionState, decltype(received.TransitionState){M_Common::ModeTransitionKind::Type{}});
     EXPECT_EQ(received.Name, "Day");
