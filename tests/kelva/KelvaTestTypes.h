@@ -1,5 +1,5 @@
 #pragma once
-// The toolkit's view of the test wire types, and plain values for their C structs.
+// The toolkit's view of the test wire types, and a Keyed as plain values.
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -43,12 +43,6 @@ inline kelva_test_Keyed view(const Keyed& k) {
     s.Value = std::get<1>(k);
     s.Text = const_cast<char*>(std::get<2>(k).c_str());
     return s;
-}
-
-inline kelva_test_Plain plain(int value) {
-    kelva_test_Plain p{};
-    p.Value = value;
-    return p;
 }
 
 }  // namespace kelva_test_support

@@ -1,6 +1,5 @@
-// Actors of a session and their topic pools: identity by name and module, one sender and one observer each,
-// the callback record, writes without writer or reader, shutdown and release, an actor outliving its
-// session; and the plug-in loader and topic prefix a session takes from its configuration.
+// Actors of a session and their topic pools from creation to outliving the session; the plug-in loader and
+// the plug-ins and topic prefix a session takes from its configuration.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,7 +24,6 @@ using kelva::actors::SessionImpl;
 using kelva::actors::SimpleActor;
 using kelva::base::PluginLoader;
 using kelva::utils::log::Level;
-using kelva_test_support::plain;
 using vantrel::test::LogCapture;
 using vantrel::test::thrownText;
 using Texts = std::vector<std::string>;
@@ -143,7 +141,7 @@ TEST(Actors, OneActorFromCreationThroughShutdownToOutlivingItsSession) {
     EXPECT_FALSE(actor->readPool().hasReaders());
     EXPECT_FALSE(pool.hasWriters());
     EXPECT_EQ(actor->sender<TestSender>(), nullptr) << "a shut-down actor still hands out its sender";
-    EXPECT_EQ(errorsOf([&] { pool.write(plain(7), false, true); }), (Texts{noWriter, noWrite}));
+    EXPECT_EQ(errorsOf([&] { pool.write(kelva_test_Plain{7}, false, true); }), (Texts{noWriter, noWrite}));
     EXPECT_EQ(errorsOf([&] { pool.dispose(key); }), (Texts{noWriter, noDispose}));
     EXPECT_EQ(errorsOf([&] { EXPECT_EQ(pool.writer<kelva_test_Plain>(), nullptr); }), (Texts{noWriter}));
     EXPECT_THROW(pool.createTopicWrite<kelva_test_Plain>(), std::logic_error);

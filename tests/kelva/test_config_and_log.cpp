@@ -1,11 +1,11 @@
-// The toolkit configuration (file, environment, defaults, QoS rules, the [network] and [security] settings
-// and the DDS configuration a network section makes) and the logger (levels, lines not built when their
-// level is off, sinks).
+// The toolkit configuration (file, environment, defaults, QoS rules, [network], [security], the DDS
+// configuration a network section makes), the logger, glob matching and thread-exit cleanups.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kelva/access/QosPattern.h"
@@ -233,6 +233,21 @@ TEST(GlobMatch, StarAndQuestionMark) {
     EXPECT_TRUE(globMatch("*a", "*ba"));  // '*' in the text is a character like any other
     EXPECT_TRUE(globMatch("a*b*c", "aXbYc"));
     EXPECT_FALSE(globMatch("a*b", "aXbY"));
+}
+
+TEST(System, ThreadExitCleanupsRunWhenTheThreadEndsLatestFirst) {
+    Texts ran, seenBeforeEnd;
+    using Entry = std::pair<Texts*, std::string>;
+    Entry first{&ran, "first"}, second{&ran, "second"};
+    const auto record = [](void* entry) { static_cast<Entry*>(entry)->first->push_back(static_cast<Entry*>(entry)->second); };
+    std::thread worker([&] {
+        kelva::utils::system::atThreadExit(record, &first);
+        kelva::utils::system::atThreadExit(record, &second);
+        seenBeforeEnd = ran;
+    });
+    worker.join();
+    EXPECT_TRUE(seenBeforeEnd.empty());
+    EXPECT_EQ(ran, (Texts{"second", "first"}));
 }
 
 // Counts how often it is turned into text.

@@ -1,7 +1,5 @@
-// Two sessions of one process exchanging samples over loopback through their actors' topic pools: delivery
-// on the dispatcher thread, one handler at a time per session, connection state, no reader left behind
-// when many are ready at once, and session teardown while a handler runs (keyed disposal and the
-// first-write wait: the frame's tests).
+// Two sessions of one process exchanging samples through their actors' topic pools (keyed disposal and the
+// first-write wait: tests/frame).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +22,6 @@ using kelva::actors::Session;
 using kelva::actors::SessionImpl;
 using kelva::actors::SimpleActor;
 using kelva_test_support::Keyed;
-using kelva_test_support::plain;
 using kelva_test_support::view;
 using vantrel::test::Gate;
 using vantrel::test::waitUntil;
@@ -85,7 +82,7 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
         for (const auto& s : sent) writer->writePool().write(view(s), true, false);
     });
     std::thread plainThread([&] {
-        for (int i = 0; i < kEach; ++i) writer->writePool().write(plain(i), true, false);
+        for (int i = 0; i < kEach; ++i) writer->writePool().write(kelva_test_Plain{i}, true, false);
     });
     keyedThread.join();
     plainThread.join();
@@ -135,7 +132,7 @@ TEST_F(Exchange, EveryReadyReaderIsServedAndTeardownWaitsForARunningHandler) {
     const Keyed hold{"hold", 0, ""};
     writer->writePool().write(view(hold), true, false);
     ASSERT_TRUE(entered[0].wait());
-    writer->writePool().write(plain(7), true, false);
+    writer->writePool().write(kelva_test_Plain{7}, true, false);
     // Every reader holds the sample (reading leaves it for the handler's take) before the dispatcher goes on.
     const bool allHold = waitUntil([&] {
         for (dds_entity_t r : readers) {

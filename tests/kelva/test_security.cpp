@@ -1,6 +1,5 @@
-// The check of a [security] section's files (kelva/security): every fault is refused with an error that
-// begins with the offending file's path, a session refuses the same with the same text before any
-// participant is made, and the DDS layer accepts what the module makes.
+// The check of a [security] section's files: every fault is refused naming the file first, a session refuses
+// the same with the same text before making a participant, and the DDS layer accepts what the module makes.
 #include <gtest/gtest.h>
 
 #include <ctime>
@@ -70,9 +69,8 @@ TEST_F(SecurityFiles, EveryFaultIsRefusedBeginningWithTheFilesPath) {
     writeIdentity("early", m_ca, {m_now + kDay, m_now + 2 * kDay});
     writeIdentity("other", m_ca, current());
     const std::string governance = ks::governanceXml({{0, 230}}, "NONE");
-    // The faults a whole application meets are refused end to end by the security tests (tests/security):
-    // expired, foreign or tampered material, another application's permissions, missing files. Here: the
-    // rest, with their whole texts: (the file put in place, what the error says after "<file>: ").
+    // Expired, foreign or tampered material, another application's permissions and missing files are refused
+    // end to end in tests/security. Here the rest: (the file put in place, the error after "<file>: ").
     const std::vector<std::tuple<std::string Security::*, std::string, std::string>> faults = {
         {&Security::identityCertificate, path("early.pem"),
          "certificate not valid before " + ks::isoTime(m_now + kDay) + "Z"},
@@ -93,10 +91,7 @@ TEST_F(SecurityFiles, EveryFaultIsRefusedBeginningWithTheFilesPath) {
         const std::string error = refusal(s);
         EXPECT_EQ(error.rfind(file + ": " + expected, 0), 0u) << error;
     }
-}
-
-// Several grants: the identity's is the one that counts, its times read in any zone.
-TEST_F(SecurityFiles, TheGrantOfTheIdentityCountsWithItsTimesInAnyZone) {
+    // Several grants: the identity's is the one that counts, its times read in any zone.
     const auto document = [&](const std::string& appNotAfter) {
         return ks::signDocument(R"(<?xml version="1.0"?>
 <dds xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"><permissions>
@@ -110,7 +105,7 @@ TEST_F(SecurityFiles, TheGrantOfTheIdentityCountsWithItsTimesInAnyZone) {
 </permissions></dds>
 )", m_ca);
     };
-    Security s = m_valid;
+    Security s = v;
     s.permissions = write("p.p7s", document("2099-12-31T23:59:59+01:00"));
     EXPECT_EQ(refusal(s), "no exception");
     s.permissions = write("p.p7s", document("2021-06-30T14:00:00+02:00"));
