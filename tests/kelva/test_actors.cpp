@@ -172,43 +172,38 @@ const std::string kMissingPath = std::string(KELVA_TEST_PLUGIN_DIR) + "/libkelva
 const char* const kFunction = "kelva_test_plugin_twice_plus_one";
 using TwicePlusOne = int (*)(int);
 
-TEST(PluginLoader, LoadedFunctionIsCalledThroughAndEachStepsFailureIsNamed) {
-    PluginLoader loader;
-    loader.load("test", kPluginPath);
-    EXPECT_EQ(loader.pluginNames(), (Texts{"test"}));
-    EXPECT_EQ(loader.loadFunc<TwicePlusOne>("test", kFunction)(-3), -5);
-    EXPECT_THROW(loader.load("test", kPluginPath), std::invalid_argument);  // a name is taken once
-
-    // A missing symbol: named, followed by the system's own explanation.
-    const std::string prefix = "Could not load build function \"no_such_function";
-    const std::string missing =
-        thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("test", "no_such_function"); });
-    EXPECT_EQ(missing.rfind(prefix, 0), 0u) << missing;
-    EXPECT_GT(missing.size(), prefix.size()) << missing;
-    // An unknown plug-in name: thrown and logged.
-    LogCapture log(Level::info);
-    EXPECT_EQ(thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("other", kFunction); }),
-              "Failed to get handle");
-    EXPECT_EQ(log.texts(Level::fatal), (Texts{"Failed to get handle"}));
-    // A missing library: thrown at load, naming the path, and not kept.
-    const std::string ghost = thrownText<std::runtime_error>([&] { loader.load("ghost", kMissingPath); });
-    EXPECT_NE(ghost.find(kMissingPath), std::string::npos) << ghost;
-    EXPECT_EQ(loader.getHandle("ghost"), nullptr);
-}
-
-TEST(Session, TakesPluginsAndTopicPrefixFromItsConfiguration) {
+TEST(Session, TakesPluginsAndTopicPrefixFromItsConfigurationAndItsLoaderNamesEachStepsFailure) {
     kelva::config::Config config;
     config.plugins.push_back({"configured", kPluginPath});
     config.topicPrefix = "kelva_test::";
     auto session = vantrel::test::newSession(config);
     auto impl = SessionImpl::getSessionImpl(*session);
-    EXPECT_EQ(impl->pluginLoader().pluginNames(), (Texts{"configured"}));
-    EXPECT_EQ(impl->pluginLoader().loadFunc<TwicePlusOne>("configured", kFunction)(1), 3);
+    auto& loader = impl->pluginLoader();
+    EXPECT_EQ(loader.pluginNames(), (Texts{"configured"}));
+    EXPECT_EQ(loader.loadFunc<TwicePlusOne>("configured", kFunction)(-3), -5);
+    EXPECT_THROW(loader.load("configured", kPluginPath), std::invalid_argument);  // a name is taken once
     auto actor = impl->createActor("prefixed", false, "M_Test");
     EXPECT_EQ(actor->writePool().getTopicName<kelva_test_Keyed>(), "Keyed");
     EXPECT_EQ(actor->writePool().topic<kelva_test_Keyed>()->name(), "Keyed");
     EXPECT_EQ(kelva::access::TopicStrategyMapChars().get("M_Alert::IService::Cmd.a-b c"), "M_Alert_IService_Cmd_a_b_c");
 
+    // A missing symbol: named, followed by the system's own explanation.
+    const std::string prefix = "Could not load build function \"no_such_function";
+    const std::string missing =
+        thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("configured", "no_such_function"); });
+    EXPECT_EQ(missing.rfind(prefix, 0), 0u) << missing;
+    EXPECT_GT(missing.size(), prefix.size()) << missing;
+    {
+        // An unknown plug-in name: thrown and logged.
+        LogCapture log(Level::info);
+        EXPECT_EQ(thrownText<std::runtime_error>([&] { loader.loadFunc<TwicePlusOne>("other", kFunction); }),
+                  "Failed to get handle");
+        EXPECT_EQ(log.texts(Level::fatal), (Texts{"Failed to get handle"}));
+    }
+    // A missing library: thrown at load, naming the path, and not kept; a session configured with it refuses.
+    const std::string ghost = thrownText<std::runtime_error>([&] { loader.load("ghost", kMissingPath); });
+    EXPECT_NE(ghost.find(kMissingPath), std::string::npos) << ghost;
+    EXPECT_EQ(loader.getHandle("ghost"), nullptr);
     config.plugins = {{"ghost", kMissingPath}};
     EXPECT_THROW(vantrel::test::newSession(config), std::runtime_error);
 }
