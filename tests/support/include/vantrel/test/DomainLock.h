@@ -18,8 +18,6 @@ public:
     static DomainLock take(bool inheritable = false);
 
     DomainLock(DomainLock&& other) noexcept : m_id(other.m_id), m_handle(other.m_handle) { other.m_handle = kNone; }
-    DomainLock& operator=(DomainLock&&) = delete;
-    DomainLock(const DomainLock&) = delete;
     ~DomainLock();  // releases the domain
 
     int id() const { return m_id; }
