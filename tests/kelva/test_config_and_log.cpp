@@ -31,7 +31,6 @@ using vantrel::test::participantsOf;
 using vantrel::test::thrownText;
 using Texts = std::vector<std::string>;
 
-// Files of one test in a folder of its own.
 using Configuration = vantrel::test::TempDirTest;
 
 #if defined(_WIN32)

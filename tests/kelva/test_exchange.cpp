@@ -28,13 +28,11 @@ using vantrel::test::waitUntil;
 
 constexpr int kMatchMs = 10000;
 
-// A writing session and a reading session on this process's domain.
 class Exchange : public ::testing::Test {
 protected:
     static std::shared_ptr<SimpleActor> actorOf(const std::shared_ptr<Session>& session, const std::string& name) {
         return SessionImpl::getSessionImpl(*session)->createActor(name, false, "M_Test");
     }
-    // The readers that `writer` has matched.
     static int matched(dds_entity_t writer) {
         dds_publication_matched_status_t status{};
         return dds_get_publication_matched_status(writer, &status) == DDS_RETCODE_OK ? int(status.current_count) : -1;
