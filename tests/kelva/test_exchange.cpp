@@ -42,7 +42,13 @@ protected:
     std::shared_ptr<Session> m_reading = vantrel::test::newSession(kelva::config::Config{});
 };
 
-TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
+TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeEveryReadyReaderIsServedAndTeardownWaitsForAHandler) {
+    auto writer = actorOf(m_writing, "writer");
+    auto& keyedWriter = writer->writePool().createTopicWrite<kelva_test_Keyed>();
+    auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
+    EXPECT_FALSE(plainWriter.connectState().isConnected()) << "connected with no reader in the domain";
+    EXPECT_FALSE(writer->writePool().anyConnected());
+
     // Two readers of two topics in one session, fed by two writer threads at once: if the session ran two
     // handlers at the same time, the in-handler counter would see the other one. Every sample arrives, as
     // sent, on the reading session's dispatcher thread.
@@ -70,9 +76,8 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
         ->readPool()
         .createTopicRead<kelva_test_Plain>([&](const kelva_test_Plain&, const dds_sample_info_t&) { body(plainCount); });
 
-    auto writer = actorOf(m_writing, "writer");
-    ASSERT_TRUE(writer->writePool().createTopicWrite<kelva_test_Keyed>().waitForMatch(kMatchMs));
-    ASSERT_TRUE(writer->writePool().createTopicWrite<kelva_test_Plain>().waitForMatch(kMatchMs));
+    ASSERT_TRUE(keyedWriter.waitForMatch(kMatchMs));
+    ASSERT_TRUE(plainWriter.waitForMatch(kMatchMs));
     constexpr int kEach = 40;
     std::vector<Keyed> sent;
     for (int i = 0; i < kEach; ++i) sent.emplace_back("k" + std::to_string(i), i, "text " + std::to_string(i));
@@ -89,19 +94,13 @@ TEST_F(Exchange, SamplesArriveAsSentOneHandlerAtATimeOnTheDispatcherThread) {
         << "keyed " << keyedCount << ", plain " << plainCount;
     EXPECT_EQ(overlaps, 0);
     EXPECT_EQ(offDispatcher, 0) << "a data handler ran outside the session's dispatcher thread";
-    // One writer's samples of different instances may be taken instance by instance: compare as sets.
-    std::lock_guard<std::mutex> lock(mutex);
+    for (const char* name : {"keyedReader", "plainReader"}) actorOf(m_reading, name)->shutdown();
+    ASSERT_TRUE(waitUntil([&] { return matched(keyedWriter.entity()) == 0 && matched(plainWriter.entity()) == 0; }));
+    // One writer's samples of different instances may be taken instance by instance: compare as sets (the
+    // handlers are gone, and each pushed before it counted).
     std::sort(received.begin(), received.end());
     std::sort(sent.begin(), sent.end());
     EXPECT_EQ(received, sent);
-}
-
-TEST_F(Exchange, EveryReadyReaderIsServedAndTeardownWaitsForARunningHandler) {
-    auto writer = actorOf(m_writing, "writer");
-    auto& keyedWriter = writer->writePool().createTopicWrite<kelva_test_Keyed>();
-    auto& plainWriter = writer->writePool().createTopicWrite<kelva_test_Plain>();
-    EXPECT_FALSE(plainWriter.connectState().isConnected()) << "connected with no reader in the domain";
-    EXPECT_FALSE(writer->writePool().anyConnected());
 
     // Seventy readers of one actor become ready while the dispatcher is held in another actor's handler; when
     // it is let go, one wait reports them all at once.
@@ -123,8 +122,7 @@ TEST_F(Exchange, EveryReadyReaderIsServedAndTeardownWaitsForARunningHandler) {
         handlerReturned = hold == 1;
     });
     last.reset();  // the session alone holds it
-    ASSERT_TRUE(keyedWriter.waitForMatch(kMatchMs));
-    ASSERT_TRUE(waitUntil([&] { return matched(plainWriter.entity()) == kMany + 1; }));
+    ASSERT_TRUE(waitUntil([&] { return matched(keyedWriter.entity()) == 1 && matched(plainWriter.entity()) == kMany + 1; }));
     EXPECT_TRUE(writer->writePool().anyConnected());
 
     const Keyed hold{"hold", 0, ""};
