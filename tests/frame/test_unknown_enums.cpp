@@ -97,10 +97,8 @@ TEST(UnknownEnumerations, ArriveAsLiteralZeroNestedInListsAndInOptionals) {
     EXPECT_EQ(log0.Status, static_cast<M_Alert::AlarmStatusKind::Type>(0));
     EXPECT_EQ(log0.Category, M_Alert::AlarmCategoryKind::Critical_Warning);
     EXPECT_EQ(log0.Condition.AlarmDescription, "Power");
-    const std::vector<M_ImageProcessing::FrameDropKind::Type> expectedModes{
-        static_cast<M_ImageProcessing::FrameDropKind::Type>(0), static_cast<M_ImageProcessing::FrameDropKind::Type>(1),
-        static_cast<M_ImageProcessing::FrameDropKind::Type>(0)};
-    EXPECT_EQ(gotSettings.now()[0].SupportedFrameDropModes, expectedModes);
+    using Drop = M_ImageProcessing::FrameDropKind::Type;
+    EXPECT_EQ(gotSettings.now()[0].SupportedFrameDropModes, (std::vector<Drop>{Drop(0), Drop(1), Drop(0)}));
     const auto received = gotModes.now()[0];
     EXPECT_EQ(received.EnumeratedValue, decltype(received.EnumeratedValue){M_Common::OperationModeStateKind::Type{}});
     EXPECT_EQ(received.TransitionState, decltype(received.TransitionState){M_Common::ModeTransitionKind::Type{}});
