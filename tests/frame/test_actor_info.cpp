@@ -4,7 +4,6 @@
 #include <dds/dds.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <map>
 #include <string>
@@ -39,26 +38,19 @@ public:
     }
     ~LateMonitor() { dds_delete(m_participant); }
 
-    // Actor name -> interface version of every live description received so far.
-    std::map<std::string, std::string> live() {
-        void* samples[32];
-        dds_sample_info_t infos[32];
-        for (;;) {
-            samples[0] = nullptr;
-            const dds_return_t n = dds_take(m_reader, samples, infos, 32, 32);
-            if (n <= 0) break;
-            for (dds_return_t i = 0; i < n; ++i) {
-                const auto& s = *static_cast<const kelva_intern_ActorInfo*>(samples[i]);
-                if (infos[i].valid_data && infos[i].instance_state == DDS_IST_ALIVE) {
-                    m_names[s.ActorId] = s.Name;
-                    m_live[s.Name] = s.InterfaceVersion;
-                } else if (auto it = m_names.find(s.ActorId); it != m_names.end()) {
-                    m_live.erase(it->second);
-                }
-            }
-            dds_return_loan(m_reader, samples, n);
+    // Actor name -> interface version of every live description (disposed and unregistered ones masked out).
+    std::map<std::string, std::string> live() const {
+        void* samples[64] = {nullptr};
+        dds_sample_info_t infos[64];
+        const dds_return_t n = dds_read_mask(m_reader, samples, infos, 64, 64,
+                                             DDS_ANY_SAMPLE_STATE | DDS_ANY_VIEW_STATE | DDS_ALIVE_INSTANCE_STATE);
+        std::map<std::string, std::string> live;
+        for (dds_return_t i = 0; i < n; ++i) {
+            const auto& s = *static_cast<const kelva_intern_ActorInfo*>(samples[i]);
+            if (infos[i].valid_data) live[s.Name] = s.InterfaceVersion;
         }
-        return m_live;
+        if (n > 0) dds_return_loan(m_reader, samples, n);
+        return live;
     }
 
     // Publishes the description of an actor of session "peer-session" for `module` speaking `version`.
@@ -74,7 +66,6 @@ public:
 
 private:
     dds_entity_t m_participant, m_reader, m_writer;
-    std::map<std::string, std::string> m_names, m_live;
 };
 
 TEST(ActorInfo, AMonitorJoiningLaterSeesOnlyLiveActorsAndAPeerOfAnotherVersionIsReportedOnce) {

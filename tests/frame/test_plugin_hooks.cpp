@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-
 #include "Recorded.h"
 #include "intern/vantrel/wire/M_WatchdogWire.h"
 #include "kelva/actors/Session.h"
