@@ -93,11 +93,10 @@ struct Expected {
     Value enumeration(const EnumInfo&, int32_t raw) { return raw; }
     template <class Items>
     Value sequence(const TypeInfo& t, const dds_sequence_t& seq, Items items) {
+        const Kind kind = t.element->kind;
+        const char* wrap = kind == Kind::Enum ? "Value" : kind == Kind::Sequence ? "Items" : nullptr;
         Value out = Value::array();
-        for (uint32_t i = 0; i < seq._length; ++i) {
-            const Kind kind = t.element->kind;
-            out.push_back(kind == Kind::Enum ? Value{{"Value", items(i)}} : kind == Kind::Sequence ? Value{{"Items", items(i)}} : items(i));
-        }
+        for (uint32_t i = 0; i < seq._length; ++i) out.push_back(wrap ? Value{{wrap, items(i)}} : items(i));
         return out;
     }
     template <class Members>
