@@ -107,8 +107,6 @@ def test_list_and_show_select_by_glob_describe_operations_and_name_the_nearest()
     assert tool("show", "M_Al*", check=True).stdout.startswith("M_Alert (interface ")
     commands = tool("show", "M_Alert.Cmd*", check=True).stdout
     assert "M_Alert.IService.CmdRaiseAlarm\n" in commands and "Report" not in commands
-    listed = tool("list", "M_Alert.Cmd*").stdout
-    assert "IService.CmdRaiseAlarm" in listed and "ReportAlarmLog" not in listed
     for args, near in ((["show", "M_Alrt"], "M_Alert"),
                        (["show", "m_alert.cmdraisealarm"], "M_Alert.CmdRaiseAlarm"),
                        (["echo", "M_Alert.IClient.ReportAlarmLg"], "M_Alert.IClient.ReportAlarmLog"),
@@ -126,11 +124,8 @@ def test_call_refuses_bad_arguments_reaches_the_service_echo_shows_state_and_dis
          "Condition.Subsystem: no such member in M_Alert::AlarmConditionInfoType"),
         ("CmdRaiseAlarm", '{"Condition": {"SubsystemName": 12}}', "Condition.SubsystemName: expected a string, got 12"),
         ("CmdRaiseAlarm", '{"Condition": []}', "Condition: expected an object"),
-        ("CmdRaiseAlarm", '{"Extra": 1}', "Extra: no such member"),
         ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"Status": "Burning"}}',
          "Alarm.Status: expected a literal of M_Alert::AlarmStatusKind (Unknown, Inactive, Active)"),
-        ("ReportAlarmLog", '{"KeyAlarmId": "A", "Alarm": {"TimeAcknowledged": [{}, {}]}}',
-         "Alarm.TimeAcknowledged: optional holds 2 elements, at most 1"),
     ]:
         done = tool("call", f"M_Alert.{operation}", arguments)
         assert done.returncode == 2 and message in done.stderr, (arguments, done.stderr)

@@ -1,10 +1,12 @@
 // Records three messages of every operation built in, serialized by Cyclone DDS itself from C samples whose
-// every member has a value of its own, and writes the values as the JSON lines mcap-check/check.mjs prints
-// when it decodes the recording from the channel schemas: 64-bit integers as strings, enumerations as numbers,
-// elements of sequences of enumerations as {"Value": n} and of sequences of sequences as {"Items": [...]}.
+// every member has a value of its own (filled through the catalogue's wire walk), and writes the values as
+// the JSON lines mcap-check/check.mjs prints when it decodes the recording from the channel schemas: 64-bit
+// integers as strings, enumerations as numbers, elements of sequences of enumerations as {"Value": n} and of
+// sequences of sequences as {"Items": [...]}.
 //
 //   vantrel-mcap-samples OUT.mcap EXPECTED.jsonl zstd|lz4|none
 #include "vantrel/catalog/Catalog.h"
+#include "vantrel/catalog/WireVisitor.h"
 #include "vantrel/mcap/Writer.h"
 
 #include <dds/dds.h>
@@ -17,8 +19,10 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -26,93 +30,82 @@ namespace {
 using namespace vantrel::catalog;
 namespace mcap = vantrel::mcap;
 
-// Variant 0: every sequence as long as its bound allows (up to 2 elements); variant 1: every sequence and
-// unbounded string empty; variant 2: one element each. Numbers differ between members and variants.
-class Filler {
+// Gives the wire walk its values (Value: the nesting depth). Variant 0: every sequence as long as its bound
+// allows (up to 2 elements); variant 1: every sequence and string empty; variant 2: one element each.
+// Integers near their limits (64-bit ones beyond 2^53: a decoder that loses precision is caught), exactly
+// representable floats, text beyond ASCII (a decoder must read UTF-8). Buffers are malloc'ed for dds_sample_free.
+class Values {
 public:
-    explicit Filler(int variant) : variant_(variant), n_(1 + 1000 * static_cast<uint64_t>(variant)) {}
+    using Value = int;
+    static constexpr bool kReleases = true;
 
-    nlohmann::json structure(const StructInfo& s, uint8_t* at, int depth) {
-        nlohmann::json out = nlohmann::json::object();
-        for (uint32_t i = 0; i < s.count; ++i) {
-            out[s.members[i].name] = value(s.members[i].type, at + s.members[i].offset, depth);
+    explicit Values(int variant) : variant_(variant), n_(1 + 1000 * static_cast<uint64_t>(variant)) {}
+
+    bool boolean(Value, const WirePath&) { return n_++ % 2 == 1; }
+    template <class T>
+    T number(Value, const WirePath&, Kind) {
+        const uint64_t n = n_++;
+        const bool negative = std::is_signed_v<T> && n % 2 == 0;
+        if constexpr (std::is_floating_point_v<T>) {
+            return (negative ? T(-1) : T(1)) * (T(sizeof(T) == 8 ? 1e10 : 0) + T(n % 10000) + T(0.125));
+        } else {
+            return negative ? T(std::numeric_limits<T>::min() + T(n % 10000)) : T(std::numeric_limits<T>::max() - n % 10000);
         }
-        return out;
+    }
+    std::string_view text(Value, const WirePath&) {
+        text_ = variant_ == 1 ? std::string() : "text " + std::to_string(n_++) + " \xC3\xA4\xE2\x82\xAC";
+        return text_;
+    }
+    int32_t enumeration(const EnumInfo& e, Value, const WirePath&) { return static_cast<int32_t>(n_++ % e.count); }
+    bool octets(const TypeInfo&, Value, std::string_view&) { return false; }
+    std::vector<int> items(const TypeInfo& t, Value depth, const WirePath&) {
+        uint32_t length = variant_ == 0 ? 2U : variant_ == 1 ? 0U : 1U;
+        length = std::min(length, depth > 3 ? 1U : 2U);  // keeps deep nestings small
+        return std::vector<int>(t.bound != 0 ? std::min(length, t.bound) : length, depth + 1);
+    }
+    template <class Fill>
+    void structure(const StructInfo& s, Value depth, const WirePath&, Fill fill) {
+        for (uint32_t i = 0; i < s.count; ++i) fill(i, depth + 1);
+    }
+    void* allocate(std::size_t bytes) { return std::calloc(1, bytes); }
+    char* copyText(std::string_view s) { return strndup(s.data(), s.size()); }
+    [[noreturn]] void fail(WireFault, const WirePath& path, const std::string& problem) {
+        throw std::runtime_error(path.text() + ": " + problem);
     }
 
 private:
-    // Stores `v` in the C sample and gives it back for the JSON side.
-    template <typename T>
-    static T put(uint8_t* at, T v) {
-        std::memcpy(at, &v, sizeof v);
-        return v;
-    }
-
-    // Exactly representable numbers, so both sides print them alike; 64-bit ones beyond 2^53, so a decoder
-    // that loses precision is caught. Strings and sequence buffers are malloc'ed for dds_sample_free.
-    nlohmann::json value(const TypeInfo& t, uint8_t* at, int depth) {
-        const uint64_t n = n_++;
-        const int sign = n_ % 2 == 0 ? -1 : 1;
-        switch (t.kind) {
-        case Kind::Bool: return put<bool>(at, n % 2 == 1);
-        case Kind::Octet: return put(at, static_cast<uint8_t>(n * 7));
-        case Kind::Int16: return put(at, static_cast<int16_t>(sign * static_cast<int>(n * 131 % 32000)));
-        case Kind::UInt16: return put(at, static_cast<uint16_t>(60000 + n % 5000));
-        case Kind::Int32: return put(at, static_cast<int32_t>(sign * static_cast<int64_t>(2000000000 + n)));
-        case Kind::UInt32: return put(at, static_cast<uint32_t>(4000000000U + n));
-        case Kind::Int64:
-            return std::to_string(put(at, static_cast<int64_t>(sign * static_cast<int64_t>(0x7000000000000000ULL + n))));
-        case Kind::UInt64: return std::to_string(put(at, uint64_t{0xF000000000000000ULL + n}));
-        case Kind::Float: return put(at, static_cast<float>(sign) * (static_cast<float>(n % 1000) + 0.5F));
-        case Kind::Double: return put(at, sign * (1e10 + static_cast<double>(n) + 0.125));
-        case Kind::String: {
-            // Some text beyond ASCII: a decoder must read UTF-8.
-            const std::string s = variant_ == 1 ? std::string() : "text " + std::to_string(n) + " \xC3\xA4\xE2\x82\xAC";
-            char* copy = static_cast<char*>(std::malloc(s.size() + 1));
-            std::memcpy(copy, s.c_str(), s.size() + 1);
-            std::memcpy(at, &copy, sizeof copy);
-            return s;
-        }
-        case Kind::BoundedString: {
-            std::string s = "b" + std::to_string(n) + "xyz";
-            s.resize(std::min<std::size_t>(s.size(), t.bound));
-            std::memcpy(at, s.c_str(), s.size() + 1);
-            return s;
-        }
-        case Kind::Enum: return put(at, static_cast<int32_t>(n % t.enumeration->count));
-        case Kind::Struct: return structure(*t.structure, at, depth + 1);
-        case Kind::Sequence: return sequence(t, at, depth);
-        }
-        return nullptr;
-    }
-
-    nlohmann::json sequence(const TypeInfo& t, uint8_t* at, int depth) {
-        uint32_t length = variant_ == 0 ? 2U : variant_ == 1 ? 0U : 1U;
-        length = std::min(length, depth > 3 ? 1U : 2U);  // keeps deep nestings small
-        if (t.bound != 0) length = std::min(length, t.bound);
-        dds_sequence_t seq{};
-        seq._maximum = seq._length = length;
-        seq._release = true;
-        seq._buffer = length == 0 ? nullptr : static_cast<uint8_t*>(std::calloc(length, t.element->size));
-        nlohmann::json out = nlohmann::json::array();
-        for (uint32_t i = 0; i < length; ++i) {
-            nlohmann::json element = value(*t.element, seq._buffer + i * t.element->size, depth + 1);
-            // The channel schema spells these elements as one-member structs (generator/vantrel_gen/schema_idl.py).
-            if (t.element->kind == Kind::Enum) {
-                element = nlohmann::json{{"Value", element}};
-            } else if (t.element->kind == Kind::Sequence) {
-                element = nlohmann::json{{"Items", element}};
-            }
-            out.push_back(std::move(element));
-        }
-        std::memcpy(at, &seq, sizeof seq);
-        return out;
-    }
-
     int variant_;
     uint64_t n_;
+    std::string text_;
 };
 
+// The filled sample as check.mjs prints its decoding. The channel schema spells elements of sequences of
+// enumerations and of sequences as one-member structs (generator/vantrel_gen/schema_idl.py).
+struct Expected {
+    using Value = nlohmann::json;
+    Value boolean(bool b) { return b; }
+    template <class T>
+    Value number(T v) {
+        if constexpr (std::is_integral_v<T> && sizeof(T) == 8) return std::to_string(v);
+        else return v;
+    }
+    Value text(const char* data, std::size_t size) { return std::string(data, size); }
+    Value enumeration(const EnumInfo&, int32_t raw) { return raw; }
+    template <class Items>
+    Value sequence(const TypeInfo& t, const dds_sequence_t& seq, Items items) {
+        const Kind kind = t.element->kind;
+        const char* wrap = kind == Kind::Enum ? "Value" : kind == Kind::Sequence ? "Items" : nullptr;
+        Value out = Value::array();
+        for (uint32_t i = 0; i < seq._length; ++i) out.push_back(wrap ? Value{{wrap, items(i)}} : items(i));
+        return out;
+    }
+    template <class Members>
+    Value structure(const StructInfo& s, Members members) {
+        Value out = Value::object();
+        for (uint32_t i = 0; i < s.count; ++i) out[s.members[i].name] = members(i);
+        return out;
+    }
+};
 // The bytes the bus carries: written by a DDS writer, taken serialized by a reader of the same participant,
 // as the recorder takes them.
 std::vector<uint8_t> roundTrip(dds_entity_t writer, dds_entity_t reader, const void* sample) {
@@ -165,7 +158,10 @@ int main(int argc, char** argv) {
             const uint16_t channel = writer.addChannel(schema, topicName, "cdr", {{"operation", op->qualifiedName()}});
             for (int variant = 0; variant < 3; ++variant) {
                 void* sample = std::calloc(1, op->message->size);
-                const nlohmann::json value = Filler(variant).structure(*op->message, static_cast<uint8_t*>(sample), 0);
+                Values values(variant);
+                WireFiller<Values>(values).structure(*op->message, sample, 0, kWireRoot);
+                Expected expectedForm;
+                const nlohmann::json value = readWireStruct(expectedForm, *op->message, sample);
                 const std::vector<uint8_t> bytes = roundTrip(ddsWriter, ddsReader, sample);
                 dds_sample_free(sample, op->descriptor, DDS_FREE_ALL);
                 time += 1000;

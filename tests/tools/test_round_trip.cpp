@@ -59,8 +59,6 @@ TEST(RoundTripEdges, EmptyRecordingsLargeMessagesAndZeroTimesSurvive) {
     EXPECT_TRUE(readAll(empty).empty());
     EXPECT_EQ(empty.statistics().messageCount, 0U);
     EXPECT_EQ(empty.statistics().chunkCount, 0U);
-    EXPECT_EQ(empty.header().profile, "");
-    EXPECT_EQ(empty.header().library, "vantrel-mcap");
 
     std::vector<Recorded> messages = {{"big", 1, 0, 0, std::string(3 << 20, 'q')},
                                       {"big", 2, 0, 0, ""},
