@@ -12,7 +12,7 @@ OPERATIONS = [op for m in catalog.modules() for op in catalog.operations(m)]
 
 
 def assert_values_print_alike(op, args, sender=""):
-    # The wire message's text holds each argument's M_X::toText after its name.
+    """The wire message's text holds each argument's M_X::toText after its name."""
     text = op.text(args, sender)
     assert text.startswith(f"[kelva_sending_actor: {sender}, " if op.params else f"[kelva_sending_actor: {sender}]")
     for param, value in zip(op.params, args):
@@ -68,9 +68,8 @@ def test_empty_lists_and_absent_optionals_print_as_empty_brackets():
 
 
 def test_text_rules_on_known_values():
-    # The rules themselves, on values of M_Common (in every build): numbers as C++ streams them (%g, six
-    # significant digits), enumerations as Type::Literal or Type::<number>, lists and optionals in
-    # brackets, nested lists inline, octets as their characters.
+    # On M_Common (in every build): numbers as C++ streams them (%g), enumerations as Type::Literal or
+    # Type::<number>, lists and optionals in brackets, nested lists inline, octets as their characters.
     from vantrel import M_Common
     P, A = M_Common.PropertyType, M_Common.PropertyAccessKind
     assert str(P("n", "s", [0.1], [7], A.Read_Write)) == \
@@ -85,11 +84,7 @@ def test_text_rules_on_known_values():
         "[Algorithm: a, Token: [A, B], Aad: [], Iv: [], Mac: [], Nounce: []]"
     assert "Covariance: [[1, 2.5], []]" in str(M_Common.UncertaintyType(Covariance=[[1.0, 2.5], []]))
     assert str(M_Common.TimeType(12, 5)) == "[Seconds: 12, Nanoseconds: 5]"
-
-
-def test_text_of_a_member_of_the_wrong_type_shows_it():
     # Printing never fails: what would not convert is shown with str().
-    from vantrel import M_Common
     assert str(M_Common.TimeType("twelve", None)) == "[Seconds: twelve, Nanoseconds: None]"
     op = next(op for op in OPERATIONS if any(p.type.kind == "struct" for p in op.params))
     index = next(i for i, p in enumerate(op.params) if p.type.kind == "struct")
