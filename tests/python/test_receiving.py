@@ -88,24 +88,7 @@ def test_implementations_and_callback_maps_receive_what_they_read(sessions, clie
         assert names == sorted(f"S{t * 1000 + i}" for t in range(4) for i in range(50))
 
 
-def test_read_only_and_monitor_facades_receive(domain, sessions):
-    monitor = vantrel.MonitorSession(domain)
-    by_name, by_all = Recorder(), Recorder()
-    read_only = M_Alert.Client.createReadOnly(monitor, "read_only_client", {"ReportAlertStatus": by_name.callback("R")})
-    watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
-    service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
-    with read_only, watching, service:
-        assert read_only.isValid() and watching.isValid()
-        status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
-        service.ReportAlertStatus(status)
-        assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
-        assert by_name.calls("R")[0] == by_all.calls("R")[0] == (status, False)
-        assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
-    assert not read_only.isValid() and not watching.isValid()
-    read_only.invalidate()  # idempotent
-
-
-def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_use(sessions, domain):
+def test_creation_refuses_what_it_cannot_use_and_read_only_and_monitor_facades_receive(domain, sessions):
     with pytest.raises(ValueError, match="no operation CmdRaiseAlarmTypo in M_Alert::IService"):
         M_Alert.Service.create(sessions[0], "bad", {"CmdRaiseAlarmTypo": print})
     with pytest.raises(TypeError, match="expected an implementation of it or a dict of callbacks, got Raising"):
@@ -121,6 +104,19 @@ def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_us
     with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:  # a number: the factory's session of it
         assert c.actorInfo().domainId == domain
         assert vantrel.getSession(domain) is vantrel.getSession(domain)
+    monitor = vantrel.MonitorSession(domain)
     with pytest.raises(ValueError, match="would receive nothing"):
-        M_Alert.Service.createMonitor(vantrel.MonitorSession(domain), M_Alert.IService())
-
+        M_Alert.Service.createMonitor(monitor, M_Alert.IService())
+    by_name, by_all = Recorder(), Recorder()
+    read_only = M_Alert.Client.createReadOnly(monitor, "read_only_client", {"ReportAlertStatus": by_name.callback("R")})
+    watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
+    service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
+    with read_only, watching, service:
+        assert read_only.isValid() and watching.isValid()
+        status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
+        service.ReportAlertStatus(status)
+        assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
+        assert by_name.calls("R")[0] == by_all.calls("R")[0] == (status, False)
+        assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
+    assert not read_only.isValid() and not watching.isValid()
+    read_only.invalidate()  # idempotent

@@ -23,11 +23,12 @@ def assert_values_print_alike(op, args, sender=""):
 
 
 FLOATS = ("double", "float")
+# Numbers as C++ streams them (%g, six significant digits).
+SHOWN = {1e20: "1e+20", 1 / 3: "0.333333", 123456789.125: "1.23457e+08", 100.0: "100", -2.5e-7: "-2.5e-07",
+         5e-324: "4.94066e-324", math.inf: "inf", -math.inf: "-inf", math.nan: "nan",
+         math.copysign(math.nan, -1.0): "-nan", -0.0: "-0"}
 # name: (the kinds of leaf it changes, the new value, or a function of the kind and the old value)
-EDGES = {name: (FLOATS, value) for name, value in [
-    ("infinity", math.inf), ("minus infinity", -math.inf), ("nan", math.nan),
-    ("negative nan", math.copysign(math.nan, -1.0)), ("large", 1.5e20), ("small", -2.5e-7),
-    ("many digits", 123456789.125), ("negative zero", -0.0), ("one third", 1 / 3), ("denormal", 5e-324)]}
+EDGES = {f"number {text}": (FLOATS, number) for number, text in SHOWN.items()}
 EDGES.update({
     "integer maxima": (INTEGER_RANGES, lambda kind, v: INTEGER_RANGES[kind][1]),
     "integer minima": (INTEGER_RANGES, lambda kind, v: INTEGER_RANGES[kind][0]),
@@ -68,15 +69,13 @@ def test_empty_lists_and_absent_optionals_print_as_empty_brackets():
 
 
 def test_text_rules_on_known_values():
-    # On M_Common (in every build): numbers as C++ streams them (%g), enumerations as Type::Literal or
-    # Type::<number>, lists and optionals in brackets, nested lists inline, octets as their characters.
+    # On M_Common (in every build): enumerations as Type::Literal or Type::<number>, lists and optionals in
+    # brackets, nested lists inline, octets as their characters.
     from vantrel import M_Common
     P, A = M_Common.PropertyType, M_Common.PropertyAccessKind
     assert str(P("n", "s", [0.1], [7], A.Read_Write)) == \
         "[Name: n, StrValue: s, DoubleValue: [0.1], LongValue: [7], AccessMode: Type::Read_Write]"
-    shown = {1e20: "1e+20", 1 / 3: "0.333333", 123456789.0: "1.23457e+08", 100.0: "100", -2.5e-7: "-2.5e-07",
-             math.inf: "inf", -math.inf: "-inf", math.nan: "nan", math.copysign(math.nan, -1.0): "-nan", -0.0: "-0"}
-    for number, text in shown.items():
+    for number, text in SHOWN.items():
         assert str(P(DoubleValue=[number])).split(", ")[2] == f"DoubleValue: [{text}]"
     assert str(P(AccessMode=42)).endswith("AccessMode: Type::42]")
     assert str(P()) == "[Name: , StrValue: , DoubleValue: [], LongValue: [], AccessMode: Type::Undefined]"
