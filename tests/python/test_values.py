@@ -12,7 +12,6 @@ MODULES = catalog.modules()
 
 
 def parameters(function):
-    """The parameter names of a generated Python function, in order."""
     code = function.__code__
     return list(code.co_varnames[:code.co_argcount + code.co_kwonlyargcount])
 
