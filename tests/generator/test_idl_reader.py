@@ -143,7 +143,7 @@ class RepresentativeModule(TempIdlDir):
         self.assertEqual([s.name for s in a.structs], ["AlarmInfoType"])
         self.assertTrue(a.has_interfaces)
 
-    def test_value_type_members_in_order_with_types(self):
+    def test_value_type_members_in_order_with_types_resolved(self):
         members = self.alert.structs[0].members
         self.assertEqual(
             [(m.name, m.type.kind, str(m.type)) for m in members],
@@ -162,11 +162,8 @@ class RepresentativeModule(TempIdlDir):
              ("Ratio", "prim", "float")])
         self.assertEqual((members[0].idl_name, members[4].idl_name), ("Id", "_BitMask"))
         self.assertFalse(any(m.key for m in members))
-
-    def test_names_resolve_to_the_declarations_of_the_included_module(self):
         common = {x.name: x for x in self.mods["M_Common"].enums + self.mods["M_Common"].structs}
-        members = self.alert.structs[0].members
-        # Read once: the objects referenced from M_Alert are those of the M_Common module itself.
+        # Names resolve to the declarations of the included module, read once: the objects referenced from M_Alert are those of the M_Common module itself.
         self.assertIs(members[2].type.target, common["Availability"])
         self.assertIs(members[3].type.target, common["TimeType"])
         self.assertIs(members[1].type.target, self.alert.enums[0])
@@ -197,7 +194,6 @@ class RepresentativeModule(TempIdlDir):
         self.assertEqual([p.name for p in log.params], ["KeyAlarmId", "Alarm", "Default_"])
         self.assertEqual((log.module, log.interface), ("M_Alert", "IClient"))
         self.assertEqual(self.alert.interfaces["IClient"][2].members[2].idl_name, "_Port")
-
 
 
 class Includes(TempIdlDir):

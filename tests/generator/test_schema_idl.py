@@ -16,13 +16,6 @@ from vantrel_gen.schema_idl import flattened_key_schema, flattened_schema, membe
 
 IDL_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "idl")
 
-class MemberIds(unittest.TestCase):
-    def test_ids_are_those_cyclone_writes_in_member_headers(self):
-        # Read off the member headers of serialized M_Alert messages.
-        self.assertEqual(member_id("kelva_sending_actor"), 0x0A8D3F71)
-        self.assertEqual(member_id("Condition"), 0x0341299E)
-        self.assertEqual(member_id("EnumeratedValue"), 0x04E240E2)
-
 
 class FlattenedSchemas(unittest.TestCase):
     @classmethod
@@ -30,26 +23,28 @@ class FlattenedSchemas(unittest.TestCase):
         cls.schemas = [(f"{mod.name}.{msg.interface}.{msg.name}", msg, flattened_schema(msg))
                        for mod in load_all(IDL_DIR).values() for msg in all_messages(mod)]
 
-    def test_keys_are_marked(self):
-        for name, msg, text in self.schemas:
-            with self.subTest(name):
-                message = text[text.rindex(f"struct {msg.name} {{"):]
-                for m in msg.members:
-                    marked = re.search(rf"@key \S+ {m.idl_name};", message) is not None
-                    self.assertEqual(marked, m.key, m.name)
+    def test_ids_are_those_cyclone_writes_in_member_headers(self):
+        # Read off the member headers of serialized M_Alert messages.
+        self.assertEqual(member_id("kelva_sending_actor"), 0x0A8D3F71)
+        self.assertEqual(member_id("Condition"), 0x0341299E)
+        self.assertEqual(member_id("EnumeratedValue"), 0x04E240E2)
 
-    def test_key_schemas_list_the_keys_by_member_id_in_a_final_struct(self):
+    def test_keys_are_marked_and_key_schemas_list_them_by_member_id_in_a_final_struct(self):
         # A dispose sample of M_MissionCtrl.IClient.ReportStoredMission carried KeyName before
         # kelva_sending_actor: the key members in the order of their ids, not of their declaration.
         keyed = [(name, msg) for name, msg, _ in self.schemas if msg.key_members]
         self.assertGreater(len(keyed), 100)
-        for name, msg in keyed:
+        for name, msg, text in self.schemas:
             with self.subTest(name):
-                text = flattened_key_schema(msg)
-                self.assertIn(f"@final\n  struct {msg.name} {{", text)
-                names = re.findall(r"^    \S+ (\w+);$", text, re.MULTILINE)
-                expected = sorted(msg.key_members, key=lambda m: member_id(m.name))
-                self.assertEqual(names, [m.idl_name for m in expected])
+                message = text[text.rindex(f"struct {msg.name} {{"):]
+                for m in msg.members:
+                    self.assertEqual(re.search(rf"@key \S+ {m.idl_name};", message) is not None, m.key, m.name)
+                if msg.key_members:
+                    key_text = flattened_key_schema(msg)
+                    self.assertIn(f"@final\n  struct {msg.name} {{", key_text)
+                    names = re.findall(r"^    \S+ (\w+);$", key_text, re.MULTILINE)
+                    expected = sorted(msg.key_members, key=lambda m: member_id(m.name))
+                    self.assertEqual(names, [m.idl_name for m in expected])
         stored = next(msg for name, msg in keyed if name == "M_MissionCtrl.IClient.ReportStoredMission")
         self.assertEqual(re.findall(r"string (\w+);", flattened_key_schema(stored)), ["KeyName", "kelva_sending_actor"])
 

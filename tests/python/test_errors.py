@@ -69,8 +69,6 @@ def test_nothing_is_sent_when_a_value_is_refused_or_the_facade_is_invalid(sessio
         refused = [
             (TypeError, "M_Alert.CmdRaiseAlarm: Condition: expected M_Alert.AlarmConditionInfoType, got M_Alert.AlarmLogType",
              lambda: client.CmdRaiseAlarm(M_Alert.AlarmLogType())),
-            (TypeError, "M_Alert.CmdAcknowledgeAlarm: AlarmIdList[1]: expected str, got int",
-             lambda: client.CmdAcknowledgeAlarm(["ALM-1", 2])),
             (ValueError, "M_Alert.ReportAlarmLog: Alarm.TimeAcknowledged: optional holds 2 elements, at most 1",
              lambda: service.ReportAlarmLog("ALM-1", M_Alert.AlarmLogType(TimeAcknowledged=[M_Common.TimeType()] * 2),
                                             dispose=True)),

@@ -73,25 +73,22 @@ def test_implementations_and_callback_maps_receive_what_they_read(sessions, clie
         assert "Traceback (most recent call last)" in log and "ValueError: the first clear is refused" in log
         assert "default implementation called: M_Alert::IService::CmdRaiseAlarm" not in log
 
+        def send(t):
+            for i in range(50):
+                client.CmdRaiseAlarm(condition(t * 1000 + i))
 
-def test_read_only_and_monitor_facades_receive(domain, sessions):
-    monitor = vantrel.MonitorSession(domain)
-    by_name, by_all = Recorder(), Recorder()
-    read_only = M_Alert.Client.createReadOnly(monitor, "read_only_client", {"ReportAlertStatus": by_name.callback("R")})
-    watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
-    service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
-    with read_only, watching, service:
-        assert read_only.isValid() and watching.isValid()
-        status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
-        service.ReportAlertStatus(status)
-        assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
-        assert by_name.calls("R")[0] == by_all.calls("R")[0] == (status, False)
-        assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
-    assert not read_only.isValid() and not watching.isValid()
-    read_only.invalidate()  # idempotent
+        threads = [threading.Thread(target=send, args=(t,)) for t in range(4)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        # Sent from several threads at once, each command arrives once.
+        assert wait_until(lambda: len(plain.received) == 201, 20)
+        names = sorted(c.SubsystemName for c in plain.received[1:])
+        assert names == sorted(f"S{t * 1000 + i}" for t in range(4) for i in range(50))
 
 
-def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_use(sessions, domain):
+def test_creation_refuses_what_it_cannot_use_and_read_only_and_monitor_facades_receive(domain, sessions):
     with pytest.raises(ValueError, match="no operation CmdRaiseAlarmTypo in M_Alert::IService"):
         M_Alert.Service.create(sessions[0], "bad", {"CmdRaiseAlarmTypo": print})
     with pytest.raises(TypeError, match="expected an implementation of it or a dict of callbacks, got Raising"):
@@ -107,24 +104,19 @@ def test_creation_takes_a_session_or_domain_number_and_refuses_what_it_cannot_us
     with M_Alert.Client.createWriteOnly(domain, "factory_client") as c:  # a number: the factory's session of it
         assert c.actorInfo().domainId == domain
         assert vantrel.getSession(domain) is vantrel.getSession(domain)
+    monitor = vantrel.MonitorSession(domain)
     with pytest.raises(ValueError, match="would receive nothing"):
-        M_Alert.Service.createMonitor(vantrel.MonitorSession(domain), M_Alert.IService())
-
-
-def test_sending_from_several_threads(sessions, client):
-    received = Recorder()
-    with M_Alert.Service.create(sessions[0], "threads_service", {"CmdRaiseAlarm": received.callback("CmdRaiseAlarm")}):
-        client.waitUntilConnected()
-
-        def send(t):
-            for i in range(50):
-                client.CmdRaiseAlarm(condition(t * 1000 + i))
-
-        threads = [threading.Thread(target=send, args=(t,)) for t in range(4)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        assert wait_until(lambda: received.count("CmdRaiseAlarm") == 200, 20)
-        names = sorted(c.SubsystemName for (c,) in received.calls("CmdRaiseAlarm"))
-        assert names == sorted(f"S{t * 1000 + i}" for t in range(4) for i in range(50))
+        M_Alert.Service.createMonitor(monitor, M_Alert.IService())
+    by_name, by_all = Recorder(), Recorder()
+    read_only = M_Alert.Client.createReadOnly(monitor, "read_only_client", {"ReportAlertStatus": by_name.callback("R")})
+    watching = M_Alert.Client.createMonitor(monitor, {"ReportAlertStatus": by_all.callback("R")}, methods=["ReportAlertStatus"])
+    service = M_Alert.Service.createWriteOnly(sessions[0], "monitored_service")
+    with read_only, watching, service:
+        assert read_only.isValid() and watching.isValid()
+        status = M_Alert.AlertStatusType(NumberOfActiveWarningAlarms=3)
+        service.ReportAlertStatus(status)
+        assert wait_until(lambda: by_name.count("R") >= 1 and by_all.count("R") >= 1)
+        assert by_name.calls("R")[0] == by_all.calls("R")[0] == (status, False)
+        assert not hasattr(read_only, "ReportAlertSettings")  # a Client sends IService operations only
+    assert not read_only.isValid() and not watching.isValid()
+    read_only.invalidate()  # idempotent

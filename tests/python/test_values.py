@@ -12,7 +12,6 @@ MODULES = catalog.modules()
 
 
 def parameters(function):
-    """The parameter names of a generated Python function, in order."""
     code = function.__code__
     return list(code.co_varnames[:code.co_argcount + code.co_kwonlyargcount])
 
@@ -47,6 +46,8 @@ def test_value_classes(cls):
         assert by_position != cls(*changed), f"{cls.__name__}.{name} does not count in =="
     with pytest.raises(TypeError):
         hash(cls())
+    with pytest.raises(AttributeError):
+        by_position.Misspelt = 1
     # Defaults are the types' defaults, of their Python types, and not shared between values.
     a, b = cls(), cls()
     for f, name in zip(fields, names):
@@ -57,10 +58,8 @@ def test_value_classes(cls):
         assert type(value) is type(expected) and value == expected, f"{cls.__name__}.{name}"
         assert value is not getattr(b, name) or kind not in ("struct", "sequence") or type(value) is bytes
 
-def test_a_misspelt_member_is_refused_and_a_keyword_literal_has_a_trailing_underscore():
+def test_a_keyword_literal_has_a_trailing_underscore():
     from vantrel import M_Common
-    with pytest.raises(AttributeError):
-        M_Common.TimeType().Second = 1
     assert M_Common.HorizontalDirection.None_ == 0
     assert M_Common.HorizontalDirection(0).name == "None_"
 

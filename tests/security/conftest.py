@@ -45,7 +45,6 @@ def tool(*args, config=None, timeout=60):
 
 
 def tool_ok(*args, **options):
-    """tool(...) that must succeed."""
     done = tool(*args, **options)
     assert done.returncode == 0, done.stdout + done.stderr
     return done
@@ -71,9 +70,7 @@ def operations():
     """Every operation of the modules under test, from the catalogue: {"M_Alert.IService.CmdRaiseAlarm": {...}}."""
     out = {}
     for module in MODULES:
-        done = tool_ok("list", "--json", module)
-        for line in done.stdout.splitlines():
-            entry = json.loads(line)
+        for entry in map(json.loads, tool_ok("list", "--json", module).stdout.splitlines()):
             out[entry["operation"]] = entry
     assert out
     return out

@@ -46,7 +46,6 @@ def test_ca_and_identity_are_a_valid_chain_of_ec_keys(ca, tmp_path):
     assert openssl("verify", "-CAfile", ca / "ca.pem", tmp_path / "gimbal-7.pem").strip().endswith("OK")
     assert openssl("x509", "-in", tmp_path / "gimbal-7.pem", "-noout", "-subject", "-nameopt", "RFC2253").strip() \
         == "subject=CN=gimbal-7"
-    # The key is the certificate's: the same public key.
     assert openssl("x509", "-in", tmp_path / "gimbal-7.pem", "-noout", "-pubkey") == \
         openssl("pkey", "-in", tmp_path / "gimbal-7.key", "-pubout")
     end = openssl("x509", "-in", tmp_path / "gimbal-7.pem", "-noout", "-enddate").strip().split("=", 1)[1]

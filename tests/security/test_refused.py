@@ -1,7 +1,6 @@
 """Bad key material or policy stops an application before it takes part, naming the file; `vantrel security
 check` refuses the same."""
 
-import os
 import shutil
 
 import pytest
@@ -37,11 +36,6 @@ def foreign_ca(d):
     return d / "foreign"
 
 
-def removed(d, name):
-    os.remove(d / name)
-    return d / name
-
-
 def certificate_body(d):
     pem = (d / "display.pem").read_text().splitlines()
     return pem[len(pem) // 2][10:20]  # inside the signed body
@@ -66,8 +60,11 @@ CASES = [
      "signed by another CA than the permissions CA"),
     ("identity_of_a_foreign_ca", lambda d: identity(d, ca=foreign_ca(d)), "not signed by the identity CA"),
     ("foreign_key", lambda d: shutil.copy(d / "mount-service.key", d / "display.key"), "certificate"),
-] + [(f"missing_{name}", lambda d, name=name: removed(d, name), "")
-     for name in ("display.key", "governance.p7s", "display.permissions.p7s", "ca.pem")]
+] + [(f"missing_{name}", lambda d, name=name: (d / name).unlink() or d / name, "")
+     for name in ("display.key", "governance.p7s", "display.permissions.p7s", "ca.pem")] + [
+    # The DDS layer refuses this one when the participant is made, naming no file.
+    ("permissions_for_another_domain",
+     lambda d: permissions(d, "--grant", "M_Mount=client", "--domain", (int(DOMAIN) % 230) + 1), None)]
 
 
 @pytest.mark.parametrize("spoil, reason", [c[1:] for c in CASES], ids=[c[0] for c in CASES])
@@ -79,6 +76,8 @@ def test_bad_material_is_refused_naming_the_file_and_nothing_starts(material, tm
     app = peer("client", d / "display.toml")
     code = app.finish(30)
     assert code != 0 and app.lines == [], app.report()  # not even "ready": no facade, no session
+    if reason is None:
+        return
     error = "\n".join(app.errors)
     assert str(path) in error and reason in error, app.report()
 
@@ -88,10 +87,3 @@ def test_bad_material_is_refused_naming_the_file_and_nothing_starts(material, tm
     check = tool("security", "check", d / "display.toml")
     assert check.returncode == 2 and str(path) in check.stdout, check.stdout + check.stderr
 
-
-def test_permissions_for_another_domain_are_refused(material, tmp_path):
-    d = tmp_path / "material"
-    shutil.copytree(material, d)
-    permissions(d, "--grant", "M_Mount=client", "--domain", (int(DOMAIN) % 230) + 1)
-    app = peer("client", d / "display.toml")
-    assert app.finish(30) != 0 and app.lines == [], app.report()
